@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Runs every benchmark program, then the peers on the same data.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+for b in "$root"/build/bench/bench_*; do
+  [ -x "$b" ] || continue
+  echo "== $(basename "$b")"
+  "$b" --benchmark_min_time=0.3
+done
+if [ -x "$root/build/gnustep-peer" ]; then
+  echo "== GNUstep NSKeyedArchiver / NSKeyedUnarchiver (quadratic encoder: small sizes only)"
+  for n in 100 300 1000; do "$root/build/gnustep-peer" bench "$n"; done
+fi

@@ -1,0 +1,53 @@
+#pragma once
+// A binary property list ("bplist00") as a flat table of objects.
+//
+// Our own codec rather than libplist: libplist's writer is quadratic in the number of objects,
+// and password files are re-saved after every change. The flat table also lets the keyed-archive
+// layer follow UIDs by index without building an intermediate tree.
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+#include <vector>
+
+namespace tess::bplist {
+
+enum class Kind : std::uint8_t { Null, Bool, Int, Real, Date, Data, String, Uid, Array, Set, Dict };
+
+struct Object {
+    Object(Kind k = Kind::Null) : kind(k) {}
+
+    Kind kind;
+    bool real32 = false;       // a 4-byte real (float) rather than 8 bytes
+    bool boolean = false;
+    std::int64_t integer = 0;  // Int, and Uid's value
+    double real = 0;           // Real, Date
+    QString string;
+    QByteArray data;
+    // Array/Set: the element indexes. Dict: the keys' indexes then the values' (size 2n).
+    std::vector<std::uint32_t> refs;
+
+    static Object makeInt(std::int64_t v) { Object o; o.kind = Kind::Int; o.integer = v; return o; }
+    static Object makeUid(std::uint32_t v) { Object o; o.kind = Kind::Uid; o.integer = v; return o; }
+    static Object makeBool(bool v) { Object o; o.kind = Kind::Bool; o.boolean = v; return o; }
+    static Object makeString(const QString &s) { Object o; o.kind = Kind::String; o.string = s; return o; }
+    static Object makeReal(double v, bool is32 = false)
+    {
+        Object o; o.kind = Kind::Real; o.real = v; o.real32 = is32; return o;
+    }
+};
+
+struct Document {
+    std::vector<Object> objects;
+    std::uint32_t top = 0;
+};
+
+// Parses a binary plist. On failure answers false and says why in *error. Every reference is
+// checked to be in range; references are not followed here, so cycles cannot hang the parser.
+bool parse(const QByteArray &bytes, Document *out, QString *error);
+
+// Serialises the table as it stands (no merging of equal objects: callers share by reference).
+QByteArray write(const Document &doc);
+
+} // namespace tess::bplist

@@ -1,0 +1,493 @@
+#include "KeyedArchive.h"
+
+#include "BinaryPlist.h"
+
+#include <QHash>
+
+#include <unordered_map>
+
+namespace tess::archive {
+namespace {
+
+using bplist::Kind;
+using bplist::Object;
+
+constexpr int kMaxDepth = 256;
+
+class Encoder {
+public:
+    QByteArray run(const QVariant &root, QString *error)
+    {
+        // Plist objects that every archive has, in a fixed place at the front.
+        m_doc.objects.reserve(64);
+        const std::uint32_t top = add(Object{Kind::Dict});
+        const std::uint32_t kVersion = addString(QStringLiteral("$version"));
+        const std::uint32_t kArchiver = addString(QStringLiteral("$archiver"));
+        const std::uint32_t kTop = addString(QStringLiteral("$top"));
+        const std::uint32_t kObjects = addString(QStringLiteral("$objects"));
+        const std::uint32_t version = add(Object::makeInt(100000));
+        const std::uint32_t archiver = addString(QStringLiteral("NSKeyedArchiver"));
+        const std::uint32_t topDict = add(Object{Kind::Dict});
+        const std::uint32_t kRoot = addString(QStringLiteral("root"));
+        const std::uint32_t objects = add(Object{Kind::Array});
+        m_nsObjects = addString(QStringLiteral("NS.objects"));
+        m_nsKeys = addString(QStringLiteral("NS.keys"));
+        m_class = addString(QStringLiteral("$class"));
+        m_className = addString(QStringLiteral("$classname"));
+        m_classes = addString(QStringLiteral("$classes"));
+
+        m_archived.push_back(addString(QStringLiteral("$null")));
+        if (!root.isValid()) {
+            fail(error, QStringLiteral("nothing to archive"));
+            return {};
+        }
+        const std::uint32_t rootNumber = encode(root, 0);
+        if (!m_error.isEmpty()) {
+            fail(error, m_error);
+            return {};
+        }
+        m_doc.top = top;
+        m_doc.objects[top].refs = {kVersion, kArchiver, kTop, kObjects, version, archiver, topDict, objects};
+        m_doc.objects[topDict].refs = {kRoot, uid(rootNumber)};
+        m_doc.objects[objects].refs = m_archived;
+        return bplist::write(m_doc);
+    }
+
+private:
+    static void fail(QString *error, const QString &why)
+    {
+        if (error)
+            *error = why;
+    }
+
+    std::uint32_t add(Object &&o)
+    {
+        m_doc.objects.push_back(std::move(o));
+        return std::uint32_t(m_doc.objects.size() - 1);
+    }
+    std::uint32_t addString(const QString &s) { return add(Object::makeString(s)); }
+
+    std::uint32_t uid(std::uint32_t number)
+    {
+        if (number >= m_uids.size())
+            m_uids.resize(number + 1, 0);
+        if (!m_uids[number])
+            m_uids[number] = add(Object::makeUid(number));
+        return m_uids[number];
+    }
+
+    // Reserves the next archive number for a plist object.
+    std::uint32_t archive(std::uint32_t plistIndex)
+    {
+        m_archived.push_back(plistIndex);
+        return std::uint32_t(m_archived.size() - 1);
+    }
+
+    std::uint32_t classNumber(const QString &name, const QStringList &chain)
+    {
+        auto it = m_classNumbers.constFind(name);
+        if (it != m_classNumbers.constEnd())
+            return *it;
+        const std::uint32_t d = add(Object{Kind::Dict});
+        const std::uint32_t nameIndex = addString(name);
+        const std::uint32_t chainIndex = add(Object{Kind::Array});
+        std::vector<std::uint32_t> chainRefs;
+        for (const QString &c : chain)
+            chainRefs.push_back(c == name ? nameIndex : addString(c));
+        m_doc.objects[chainIndex].refs = std::move(chainRefs);
+        m_doc.objects[d].refs = {m_className, m_classes, nameIndex, chainIndex};
+        const std::uint32_t n = archive(d);
+        m_classNumbers.insert(name, n);
+        return n;
+    }
+
+    // Dictionary keys repeat in every entry: archive each distinct key once. Keys usually share
+    // one buffer, so the buffer address is tried before hashing the text; the cache holds a
+    // reference, which keeps the buffer alive and unchanged.
+    std::uint32_t encodeKey(const QString &key)
+    {
+        auto p = m_keyBuffers.find(key.constData());
+        if (p != m_keyBuffers.end() && p->second.first.size() == key.size())
+            return p->second.second;
+        std::uint32_t n;
+        auto it = m_strings.constFind(key);
+        if (it != m_strings.constEnd()) {
+            n = *it;
+        } else {
+            n = archive(addString(key));
+            m_strings.insert(key, n);
+        }
+        if (!key.isEmpty())
+            m_keyBuffers[key.constData()] = {key, n};
+        return n;
+    }
+
+    std::uint32_t encode(const QVariant &v, int depth)
+    {
+        if (depth > kMaxDepth) {
+            m_error = QStringLiteral("nesting too deep");
+            return 0;
+        }
+        switch (v.typeId()) {
+        case QMetaType::Bool: {
+            std::uint32_t &slot = v.toBool() ? m_yes : m_no;
+            if (!slot)
+                slot = archive(add(Object::makeBool(v.toBool())));
+            return slot;
+        }
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Short:
+        case QMetaType::UShort:
+        case QMetaType::Long:
+        case QMetaType::ULong: {
+            const std::int64_t i = v.toLongLong();
+            auto it = m_ints.find(i);
+            if (it != m_ints.end())
+                return it->second;
+            const std::uint32_t n = archive(add(Object::makeInt(i)));
+            m_ints.emplace(i, n);
+            return n;
+        }
+        case QMetaType::Double:
+            return archive(add(Object::makeReal(v.toDouble())));
+        case QMetaType::Float:
+            return archive(add(Object::makeReal(double(v.toFloat()), true)));
+        case QMetaType::QString:
+            // Like Apple's archiver, values are not merged by content; keys are (below).
+            return archive(addString(v.toString()));
+        case QMetaType::QByteArray: {
+            Object o;
+            o.kind = Kind::Data;
+            o.data = v.toByteArray();
+            return archive(add(std::move(o)));
+        }
+        case QMetaType::QStringList:
+        case QMetaType::QVariantList: {
+            const QVariantList list = v.toList();
+            const std::uint32_t d = add(Object{Kind::Dict});
+            const std::uint32_t n = archive(d);
+            std::vector<std::uint32_t> items;
+            items.reserve(std::size_t(list.size()));
+            for (const QVariant &e : list) {
+                const std::uint32_t c = encode(e, depth + 1);
+                if (!c && m_error.isEmpty())
+                    m_error = QStringLiteral("an array cannot hold nil");
+                items.push_back(c);
+            }
+            const std::uint32_t cls = classNumber(QStringLiteral("NSMutableArray"),
+                {QStringLiteral("NSMutableArray"), QStringLiteral("NSArray"), QStringLiteral("NSObject")});
+            Object arr{Kind::Array};
+            arr.refs.reserve(items.size());
+            for (std::uint32_t c : items)
+                arr.refs.push_back(uid(c));
+            const std::uint32_t a = add(std::move(arr));
+            m_doc.objects[d].refs = {m_nsObjects, m_class, a, uid(cls)};
+            return n;
+        }
+        case QMetaType::QVariantMap:
+        case QMetaType::QVariantHash: {
+            const QVariantMap map = v.toMap();
+            const std::uint32_t d = add(Object{Kind::Dict});
+            const std::uint32_t n = archive(d);
+            std::vector<std::uint32_t> keys, values;
+            keys.reserve(std::size_t(map.size()));
+            values.reserve(std::size_t(map.size()));
+            for (auto it = map.cbegin(); it != map.cend(); ++it)
+                keys.push_back(encodeKey(it.key()));
+            for (auto it = map.cbegin(); it != map.cend(); ++it) {
+                const std::uint32_t c = encode(it.value(), depth + 1);
+                if (!c && m_error.isEmpty())
+                    m_error = QStringLiteral("a dictionary cannot hold nil");
+                values.push_back(c);
+            }
+            const std::uint32_t cls = classNumber(QStringLiteral("NSMutableDictionary"),
+                {QStringLiteral("NSMutableDictionary"), QStringLiteral("NSDictionary"), QStringLiteral("NSObject")});
+            Object k{Kind::Array}, o{Kind::Array};
+            k.refs.reserve(keys.size());
+            o.refs.reserve(values.size());
+            for (std::uint32_t c : keys)
+                k.refs.push_back(uid(c));
+            for (std::uint32_t c : values)
+                o.refs.push_back(uid(c));
+            const std::uint32_t ki = add(std::move(k));
+            const std::uint32_t oi = add(std::move(o));
+            m_doc.objects[d].refs = {m_nsKeys, m_nsObjects, m_class, ki, oi, uid(cls)};
+            return n;
+        }
+        default:
+            m_error = QStringLiteral("cannot archive a value of type %1").arg(QString::fromLatin1(v.typeName()));
+            return 0;
+        }
+    }
+
+    bplist::Document m_doc;
+    std::vector<std::uint32_t> m_archived; // archive number -> plist index
+    std::vector<std::uint32_t> m_uids;     // archive number -> plist index of its UID object
+    QHash<QString, std::uint32_t> m_classNumbers;
+    QHash<QString, std::uint32_t> m_strings;
+    std::unordered_map<const QChar *, std::pair<QString, std::uint32_t>> m_keyBuffers;
+    std::unordered_map<std::int64_t, std::uint32_t> m_ints;
+    std::uint32_t m_yes = 0, m_no = 0;
+    std::uint32_t m_nsObjects = 0, m_nsKeys = 0, m_class = 0, m_className = 0, m_classes = 0;
+    QString m_error;
+};
+
+class Decoder {
+public:
+    QVariant run(const QByteArray &bytes, QString *error)
+    {
+        QString why;
+        if (!bplist::parse(bytes, &m_doc, &why))
+            return fail(error, why);
+        const Object &top = m_doc.objects[m_doc.top];
+        if (top.kind != Kind::Dict)
+            return fail(error, QStringLiteral("not a keyed archive"));
+        const Object *archiver = member(top, u"$archiver");
+        if (!archiver || archiver->kind != Kind::String || archiver->string != QLatin1String("NSKeyedArchiver"))
+            return fail(error, QStringLiteral("not a keyed archive (wrong $archiver)"));
+        const Object *version = member(top, u"$version");
+        if (!version || version->kind != Kind::Int || version->integer != 100000)
+            return fail(error, QStringLiteral("unsupported keyed archive version"));
+        const Object *topDict = member(top, u"$top");
+        if (!topDict || topDict->kind != Kind::Dict)
+            return fail(error, QStringLiteral("keyed archive without $top"));
+        // Our files always use "root"; other archiving calls name their objects "$0", "$1"...
+        const Object *root = member(*topDict, u"root");
+        if (!root)
+            root = member(*topDict, u"$0");
+        if (!root || root->kind != Kind::Uid)
+            return fail(error, QStringLiteral("keyed archive without a root object"));
+        const Object *objects = member(top, u"$objects");
+        if (!objects || objects->kind != Kind::Array)
+            return fail(error, QStringLiteral("keyed archive without $objects"));
+        m_objects = &objects->refs;
+        m_keyKinds.assign(m_doc.objects.size(), Unknown);
+        m_classKinds.assign(m_objects->size(), std::int8_t(-2));
+        m_state.assign(m_objects->size(), State::New);
+        m_values.resize(m_objects->size());
+        QVariant v = decode(std::uint64_t(root->integer), 0);
+        if (!m_error.isEmpty())
+            return fail(error, m_error);
+        if (!v.isValid())
+            return fail(error, QStringLiteral("the root object is nil"));
+        return v;
+    }
+
+private:
+    enum class State : std::uint8_t { New, Busy, Done };
+
+    static QVariant fail(QString *error, const QString &why)
+    {
+        if (error)
+            *error = why;
+        return {};
+    }
+
+    enum KeyKind : std::int8_t { Unknown = -1, Other, NSKeys, NSObjects, Class, NSString };
+    enum ClassKind : std::int8_t { NotAClass = -1, ArrayClass, DictionaryClass, StringClass, OtherClass };
+
+    // Which of the keys that instances use a plist string is, worked out once per string.
+    KeyKind keyKind(std::uint32_t plistIndex)
+    {
+        KeyKind &k = m_keyKinds[plistIndex];
+        if (k == Unknown) {
+            const Object &o = m_doc.objects[plistIndex];
+            k = Other;
+            if (o.kind == Kind::String) {
+                if (o.string == QLatin1String("NS.keys"))
+                    k = NSKeys;
+                else if (o.string == QLatin1String("NS.objects"))
+                    k = NSObjects;
+                else if (o.string == QLatin1String("$class"))
+                    k = Class;
+                else if (o.string == QLatin1String("NS.string"))
+                    k = NSString;
+            }
+        }
+        return k;
+    }
+
+    const Object *instanceMember(const Object &dict, KeyKind wanted)
+    {
+        const std::size_t n = dict.refs.size() / 2;
+        for (std::size_t i = 0; i < n; ++i)
+            if (keyKind(dict.refs[i]) == wanted)
+                return &m_doc.objects[dict.refs[n + i]];
+        return nullptr;
+    }
+
+    // The value for a string key of a plist dictionary, or null.
+    const Object *member(const Object &dict, QStringView key) const
+    {
+        const std::size_t n = dict.refs.size() / 2;
+        for (std::size_t i = 0; i < n; ++i) {
+            const Object &k = m_doc.objects[dict.refs[i]];
+            if (k.kind == Kind::String && k.string == key)
+                return &m_doc.objects[dict.refs[n + i]];
+        }
+        return nullptr;
+    }
+
+    QVariant error(const QString &why)
+    {
+        if (m_error.isEmpty())
+            m_error = why;
+        return {};
+    }
+
+    // An array of UIDs, checked; its elements are read in place with uidAt().
+    bool isUidArray(const Object *arr) const
+    {
+        if (!arr || arr->kind != Kind::Array)
+            return false;
+        for (std::uint32_t r : arr->refs)
+            if (m_doc.objects[r].kind != Kind::Uid)
+                return false;
+        return true;
+    }
+    std::uint64_t uidAt(const Object *arr, std::size_t i) const
+    {
+        return std::uint64_t(m_doc.objects[arr->refs[i]].integer);
+    }
+
+    QVariant decode(std::uint64_t number, int depth)
+    {
+        if (number == 0)
+            return {};
+        if (number >= m_objects->size())
+            return error(QStringLiteral("object reference out of range"));
+        if (depth > kMaxDepth)
+            return error(QStringLiteral("nesting too deep"));
+        const std::uint32_t plistIndex = (*m_objects)[number];
+        // Scalars are cheap to decode again; instances are decoded once, which also bounds the
+        // work on archives that share one subtree many times, and catches cycles.
+        if (m_doc.objects[plistIndex].kind != Kind::Dict)
+            return decodeFresh(plistIndex, depth);
+        switch (m_state[number]) {
+        case State::Done:
+            return m_values[number];
+        case State::Busy:
+            return error(QStringLiteral("circular reference"));
+        case State::New:
+            break;
+        }
+        m_state[number] = State::Busy;
+        QVariant v = decodeFresh(plistIndex, depth);
+        if (!m_error.isEmpty())
+            return {};
+        m_state[number] = State::Done;
+        m_values[number] = v;
+        return v;
+    }
+
+    QVariant decodeFresh(std::uint32_t plistIndex, int depth)
+    {
+        const Object &o = m_doc.objects[plistIndex];
+        switch (o.kind) {
+        case Kind::String:
+            return o.string;
+        case Kind::Int:
+            return QVariant::fromValue<qint64>(o.integer);
+        case Kind::Bool:
+            return o.boolean;
+        case Kind::Real:
+            return o.real32 ? QVariant(float(o.real)) : QVariant(o.real);
+        case Kind::Data:
+            return o.data;
+        case Kind::Dict:
+            return decodeInstance(o, depth);
+        default:
+            return error(QStringLiteral("unexpected object in archive"));
+        }
+    }
+
+    QVariant decodeInstance(const Object &o, int depth)
+    {
+        const Object *cls = instanceMember(o, Class);
+        if (!cls || cls->kind != Kind::Uid || std::uint64_t(cls->integer) >= m_objects->size())
+            return error(QStringLiteral("object without a class"));
+        const std::size_t clsNumber = std::size_t(cls->integer);
+        const Object &clsDict = m_doc.objects[(*m_objects)[clsNumber]];
+        std::int8_t &kind = m_classKinds[clsNumber];
+        if (kind == -2) {
+            const Object *name = clsDict.kind == Kind::Dict ? member(clsDict, u"$classname") : nullptr;
+            if (!name || name->kind != Kind::String)
+                return error(QStringLiteral("bad class description"));
+            const QString &n = name->string;
+            kind = (n == QLatin1String("NSArray") || n == QLatin1String("NSMutableArray")) ? ArrayClass
+                 : (n == QLatin1String("NSDictionary") || n == QLatin1String("NSMutableDictionary")) ? DictionaryClass
+                 : (n == QLatin1String("NSString") || n == QLatin1String("NSMutableString")) ? StringClass
+                 : OtherClass;
+        }
+
+        if (kind == ArrayClass) {
+            const Object *items = instanceMember(o, NSObjects);
+            if (!isUidArray(items))
+                return error(QStringLiteral("bad array"));
+            QVariantList list;
+            list.reserve(qsizetype(items->refs.size()));
+            for (std::size_t i = 0; i < items->refs.size(); ++i) {
+                QVariant e = decode(uidAt(items, i), depth + 1);
+                if (!m_error.isEmpty())
+                    return {};
+                if (!e.isValid())
+                    return error(QStringLiteral("nil inside an array"));
+                list.append(std::move(e));
+            }
+            return list;
+        }
+        if (kind == DictionaryClass) {
+            const Object *keys = instanceMember(o, NSKeys);
+            const Object *values = instanceMember(o, NSObjects);
+            if (!isUidArray(keys) || !isUidArray(values) || keys->refs.size() != values->refs.size())
+                return error(QStringLiteral("bad dictionary"));
+            QVariantMap map;
+            for (std::size_t i = 0; i < keys->refs.size(); ++i) {
+                const QVariant k = decode(uidAt(keys, i), depth + 1);
+                if (!m_error.isEmpty())
+                    return {};
+                if (k.typeId() != QMetaType::QString)
+                    return error(QStringLiteral("unsupported dictionary key"));
+                QVariant v = decode(uidAt(values, i), depth + 1);
+                if (!m_error.isEmpty())
+                    return {};
+                if (!v.isValid())
+                    return error(QStringLiteral("nil inside a dictionary"));
+                map.insert(k.toString(), std::move(v));
+            }
+            return map;
+        }
+        if (kind == StringClass) {
+            const Object *s = instanceMember(o, NSString);
+            if (!s || s->kind != Kind::String)
+                return error(QStringLiteral("bad string"));
+            return s->string;
+        }
+        return error(QStringLiteral("unsupported class %1").arg(member(clsDict, u"$classname")->string));
+    }
+
+    bplist::Document m_doc;
+    const std::vector<std::uint32_t> *m_objects = nullptr;
+    std::vector<State> m_state;
+    std::vector<KeyKind> m_keyKinds;
+    std::vector<std::int8_t> m_classKinds;
+    std::vector<QVariant> m_values;
+    QString m_error;
+};
+
+} // namespace
+
+QByteArray encodeKeyedArchive(const QVariant &root, QString *error)
+{
+    return Encoder().run(root, error);
+}
+
+QVariant decodeKeyedArchive(const QByteArray &bytes, QString *error)
+{
+    return Decoder().run(bytes, error);
+}
+
+} // namespace tess::archive
