@@ -25,24 +25,29 @@ private:
         bplist::Document doc;
         bplist::parse(encodeKeyedArchive(QVariantList{QStringLiteral("a")}), &doc, nullptr);
         std::uint32_t objectsIndex = 0;
-        for (std::uint32_t i = 0; i < doc.objects.size(); ++i)
-            if (doc.objects[i].kind == bplist::Kind::Array && !doc.objects[i].refs.empty()
-                && doc.objects[doc.objects[i].refs[0]].string == u"$null")
+        for (std::uint32_t i = 0; i < doc.objects.size(); ++i) {
+            const auto r = doc.refs(i);
+            if (doc.objects[i].kind == bplist::Kind::Array && !r.empty() && doc.objects[r[0]].string == u"$null")
                 objectsIndex = i;
+        }
         // $objects: 0 $null, 1 root array {NS.objects, $class, [UID 2], UID(class)}, 2 "a", 3 class.
-        const auto dictRefs = doc.objects[doc.objects[objectsIndex].refs[1]].refs;
+        std::vector<std::uint32_t> objects(doc.refs(objectsIndex).begin(), doc.refs(objectsIndex).end());
+        const auto rootRefs = doc.refs(objects[1]);
+        const std::vector<std::uint32_t> dictRefs(rootRefs.begin(), rootRefs.end());
         std::uint32_t below = 2;
         for (int level = 0; level < levels; ++level) {
             doc.objects.push_back(bplist::Object::makeUid(below));
-            bplist::Object arr{bplist::Kind::Array};
-            arr.refs.assign(std::size_t(fanout), std::uint32_t(doc.objects.size() - 1));
-            doc.objects.push_back(arr);
-            bplist::Object d{bplist::Kind::Dict};
-            d.refs = {dictRefs[0], dictRefs[1], std::uint32_t(doc.objects.size() - 1), dictRefs[3]};
-            doc.objects.push_back(d);
-            doc.objects[objectsIndex].refs.push_back(std::uint32_t(doc.objects.size() - 1));
-            below = std::uint32_t(doc.objects[objectsIndex].refs.size() - 1);
+            const std::uint32_t uidIndex = std::uint32_t(doc.objects.size() - 1);
+            doc.objects.push_back(bplist::Object{bplist::Kind::Array});
+            const std::uint32_t arrIndex = std::uint32_t(doc.objects.size() - 1);
+            doc.setRefs(arrIndex, std::vector<std::uint32_t>(std::size_t(fanout), uidIndex));
+            doc.objects.push_back(bplist::Object{bplist::Kind::Dict});
+            const std::uint32_t dictIndex = std::uint32_t(doc.objects.size() - 1);
+            doc.setRefs(dictIndex, {dictRefs[0], dictRefs[1], arrIndex, dictRefs[3]});
+            objects.push_back(dictIndex);
+            below = std::uint32_t(objects.size() - 1);
         }
+        doc.setRefs(objectsIndex, objects);
         for (auto &o : doc.objects)
             if (o.kind == bplist::Kind::Uid && o.integer == 1)
                 o.integer = below; // the root now names the top level
@@ -156,10 +161,11 @@ private Q_SLOTS:
         QVERIFY2(bplist::parse(bytes, &doc, &error), qPrintable(error));
         auto obj = [&](std::uint32_t i) -> const bplist::Object & { return doc.objects[i]; };
         auto member = [&](const bplist::Object &d, const QString &key) -> const bplist::Object * {
-            const std::size_t n = d.refs.size() / 2;
+            const auto r = doc.refs(d);
+            const std::size_t n = r.size() / 2;
             for (std::size_t i = 0; i < n; ++i)
-                if (obj(d.refs[i]).string == key)
-                    return &obj(d.refs[n + i]);
+                if (obj(r[i]).string == key)
+                    return &obj(r[n + i]);
             return nullptr;
         };
         const bplist::Object &top = obj(doc.top);
@@ -167,20 +173,20 @@ private Q_SLOTS:
         QCOMPARE(member(top, "$version")->integer, 100000);
         QCOMPARE(member(*member(top, "$top"), "root")->integer, 1);
         const bplist::Object &objects = *member(top, "$objects");
-        QCOMPARE(obj(objects.refs[0]).string, QStringLiteral("$null"));
-        auto archived = [&](int n) -> const bplist::Object & { return obj(objects.refs[std::size_t(n)]); };
+        QCOMPARE(obj(doc.refs(objects)[0]).string, QStringLiteral("$null"));
+        auto archived = [&](int n) -> const bplist::Object & { return obj(doc.refs(objects)[std::size_t(n)]); };
         // 1 root array, 2 first dict, 3 "a", 4 "x", 5 NSMutableDictionary class,
         // 6 second dict ("a" shared), 7 "y", 8 NSMutableArray class.
-        QCOMPARE(objects.refs.size(), std::size_t(9));
+        QCOMPARE(objects.refCount, 9u);
         QCOMPARE(member(archived(1), "$class")->integer, 8);
         QCOMPARE(member(archived(2), "$class")->integer, 5);
         QCOMPARE(archived(3).string, QStringLiteral("a"));
         QCOMPARE(archived(4).string, QStringLiteral("x"));
         QCOMPARE(member(archived(5), "$classname")->string, QStringLiteral("NSMutableDictionary"));
         const bplist::Object &chain = *member(archived(5), "$classes");
-        QCOMPARE(chain.refs.size(), std::size_t(3));
-        QCOMPARE(obj(chain.refs[1]).string, QStringLiteral("NSDictionary"));
-        QCOMPARE(obj(chain.refs[2]).string, QStringLiteral("NSObject"));
+        QCOMPARE(chain.refCount, 3u);
+        QCOMPARE(obj(doc.refs(chain)[1]).string, QStringLiteral("NSDictionary"));
+        QCOMPARE(obj(doc.refs(chain)[2]).string, QStringLiteral("NSObject"));
         QCOMPARE(member(archived(8), "$classname")->string, QStringLiteral("NSMutableArray"));
         QCOMPARE(archived(7).string, QStringLiteral("y"));
     }
@@ -202,8 +208,8 @@ private Q_SLOTS:
         QVERIFY(bplist::parse(bytes, &doc, nullptr));
         std::size_t ours = 0;
         for (const auto &o : doc.objects)
-            if (o.kind == bplist::Kind::Array && !o.refs.empty() && doc.objects[o.refs[0]].string == u"$null")
-                ours = o.refs.size();
+            if (o.kind == bplist::Kind::Array && o.refCount && doc.objects[doc.refs(o)[0]].string == u"$null")
+                ours = o.refCount;
         QVERIFY(ours > 50);
         QCOMPARE(std::size_t(plist_array_get_size(objects)), ours);
         plist_free(p);

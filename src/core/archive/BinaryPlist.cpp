@@ -3,6 +3,7 @@
 #include <QtEndian>
 
 #include <cstring>
+#include <algorithm>
 #include <limits>
 #include <string>
 
@@ -37,6 +38,9 @@ public:
         m_end = tableOffset; // objects live between the header and the offset table
         m_out->objects.clear();
         m_out->objects.resize(count);
+        m_out->refPool.clear();
+        // References take at most the bytes between the objects and the offset table.
+        m_out->refPool.reserve(std::size_t(std::min<std::uint64_t>(count * 2, tableOffset)));
         m_out->top = std::uint32_t(top);
         const std::uint8_t *table = m_data + tableOffset;
         for (std::uint64_t i = 0; i < count; ++i) {
@@ -87,17 +91,21 @@ private:
         return true;
     }
 
-    bool readRefs(std::uint64_t pos, std::uint64_t n, std::vector<std::uint32_t> *refs)
+    bool readRefs(std::uint64_t pos, std::uint64_t n, Object *o)
     {
         if (n > (m_end - pos) / m_refSize)
             return fail(QStringLiteral("count larger than the file"));
-        refs->resize(n);
+        std::vector<std::uint32_t> &pool = m_out->refPool;
+        o->refStart = std::uint32_t(pool.size());
+        o->refCount = std::uint32_t(n);
+        pool.resize(pool.size() + n);
+        std::uint32_t *out = pool.data() + o->refStart;
         const std::uint8_t *p = m_data + pos;
         for (std::uint64_t i = 0; i < n; ++i, p += m_refSize) {
             const std::uint64_t r = readBE(p, m_refSize);
             if (r >= m_count)
                 return fail(QStringLiteral("object reference out of range"));
-            (*refs)[i] = std::uint32_t(r);
+            out[i] = std::uint32_t(r);
         }
         return true;
     }
@@ -198,7 +206,7 @@ private:
                     return fail(QStringLiteral("count larger than the file"));
                 len *= 2;
             }
-            return readRefs(pos, len, &o->refs);
+            return readRefs(pos, len, o);
         }
         default:
             return fail(QStringLiteral("unknown object marker"));
@@ -362,12 +370,13 @@ private:
         case Kind::Array:
         case Kind::Set:
         case Kind::Dict: {
-            const std::size_t count = o.kind == Kind::Dict ? o.refs.size() / 2 : o.refs.size();
+            const std::span<const std::uint32_t> refs = m_doc.refs(o);
+            const std::size_t count = o.kind == Kind::Dict ? refs.size() / 2 : refs.size();
             putMarker(o.kind == Kind::Array ? 0xA : o.kind == Kind::Set ? 0xC : 0xD, count);
             const std::size_t at = m_out.size();
-            m_out.resize(at + o.refs.size() * std::size_t(m_refSize));
+            m_out.resize(at + refs.size() * std::size_t(m_refSize));
             std::uint8_t *d = reinterpret_cast<std::uint8_t *>(m_out.data() + at);
-            for (std::uint32_t r : o.refs) {
+            for (std::uint32_t r : refs) {
                 for (int i = m_refSize - 1; i >= 0; --i) {
                     d[i] = std::uint8_t(r & 0xFF);
                     r >>= 8;

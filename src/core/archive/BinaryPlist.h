@@ -9,6 +9,8 @@
 #include <QString>
 
 #include <cstdint>
+#include <initializer_list>
+#include <span>
 #include <vector>
 
 namespace tess::bplist {
@@ -23,10 +25,12 @@ struct Object {
     bool boolean = false;
     std::int64_t integer = 0;  // Int, and Uid's value
     double real = 0;           // Real, Date
+    // Array/Set: the element indexes. Dict: the keys' indexes then the values' (2n of them).
+    // They live in the document's pool, so that containers cost no allocation of their own.
+    std::uint32_t refStart = 0;
+    std::uint32_t refCount = 0;
     QString string;
     QByteArray data;
-    // Array/Set: the element indexes. Dict: the keys' indexes then the values' (size 2n).
-    std::vector<std::uint32_t> refs;
 
     static Object makeInt(std::int64_t v) { Object o; o.kind = Kind::Int; o.integer = v; return o; }
     static Object makeUid(std::uint32_t v) { Object o; o.kind = Kind::Uid; o.integer = v; return o; }
@@ -40,7 +44,25 @@ struct Object {
 
 struct Document {
     std::vector<Object> objects;
+    std::vector<std::uint32_t> refPool;
     std::uint32_t top = 0;
+
+    std::span<const std::uint32_t> refs(const Object &o) const
+    {
+        return {refPool.data() + o.refStart, o.refCount};
+    }
+    std::span<const std::uint32_t> refs(std::uint32_t index) const { return refs(objects[index]); }
+    // Gives objects[index] these references (appended to the pool).
+    void setRefs(std::uint32_t index, std::span<const std::uint32_t> r)
+    {
+        objects[index].refStart = std::uint32_t(refPool.size());
+        objects[index].refCount = std::uint32_t(r.size());
+        refPool.insert(refPool.end(), r.begin(), r.end());
+    }
+    void setRefs(std::uint32_t index, std::initializer_list<std::uint32_t> r)
+    {
+        setRefs(index, std::span<const std::uint32_t>(r.begin(), r.size()));
+    }
 };
 
 // Parses a binary plist. On failure answers false and says why in *error. Every reference is

@@ -47,9 +47,9 @@ public:
             return {};
         }
         m_doc.top = top;
-        m_doc.objects[top].refs = {kVersion, kArchiver, kTop, kObjects, version, archiver, topDict, objects};
-        m_doc.objects[topDict].refs = {kRoot, uid(rootNumber)};
-        m_doc.objects[objects].refs = m_archived;
+        m_doc.setRefs(top, {kVersion, kArchiver, kTop, kObjects, version, archiver, topDict, objects});
+        m_doc.setRefs(topDict, {kRoot, uid(rootNumber)});
+        m_doc.setRefs(objects, m_archived);
         return bplist::write(m_doc);
     }
 
@@ -94,8 +94,8 @@ private:
         std::vector<std::uint32_t> chainRefs;
         for (const QString &c : chain)
             chainRefs.push_back(c == name ? nameIndex : addString(c));
-        m_doc.objects[chainIndex].refs = std::move(chainRefs);
-        m_doc.objects[d].refs = {m_className, m_classes, nameIndex, chainIndex};
+        m_doc.setRefs(chainIndex, chainRefs);
+        m_doc.setRefs(d, {m_className, m_classes, nameIndex, chainIndex});
         const std::uint32_t n = archive(d);
         m_classNumbers.insert(name, n);
         return n;
@@ -179,12 +179,11 @@ private:
             }
             const std::uint32_t cls = classNumber(QStringLiteral("NSMutableArray"),
                 {QStringLiteral("NSMutableArray"), QStringLiteral("NSArray"), QStringLiteral("NSObject")});
-            Object arr{Kind::Array};
-            arr.refs.reserve(items.size());
-            for (std::uint32_t c : items)
-                arr.refs.push_back(uid(c));
-            const std::uint32_t a = add(std::move(arr));
-            m_doc.objects[d].refs = {m_nsObjects, m_class, a, uid(cls)};
+            for (std::uint32_t &c : items)
+                c = uid(c);
+            const std::uint32_t a = add(Object{Kind::Array});
+            m_doc.setRefs(a, items);
+            m_doc.setRefs(d, {m_nsObjects, m_class, a, uid(cls)});
             return n;
         }
         case QMetaType::QVariantMap:
@@ -205,16 +204,15 @@ private:
             }
             const std::uint32_t cls = classNumber(QStringLiteral("NSMutableDictionary"),
                 {QStringLiteral("NSMutableDictionary"), QStringLiteral("NSDictionary"), QStringLiteral("NSObject")});
-            Object k{Kind::Array}, o{Kind::Array};
-            k.refs.reserve(keys.size());
-            o.refs.reserve(values.size());
-            for (std::uint32_t c : keys)
-                k.refs.push_back(uid(c));
-            for (std::uint32_t c : values)
-                o.refs.push_back(uid(c));
-            const std::uint32_t ki = add(std::move(k));
-            const std::uint32_t oi = add(std::move(o));
-            m_doc.objects[d].refs = {m_nsKeys, m_nsObjects, m_class, ki, oi, uid(cls)};
+            for (std::uint32_t &c : keys)
+                c = uid(c);
+            for (std::uint32_t &c : values)
+                c = uid(c);
+            const std::uint32_t ki = add(Object{Kind::Array});
+            m_doc.setRefs(ki, keys);
+            const std::uint32_t oi = add(Object{Kind::Array});
+            m_doc.setRefs(oi, values);
+            m_doc.setRefs(d, {m_nsKeys, m_nsObjects, m_class, ki, oi, uid(cls)});
             return n;
         }
         default:
@@ -263,11 +261,11 @@ public:
         const Object *objects = member(top, u"$objects");
         if (!objects || objects->kind != Kind::Array)
             return fail(error, QStringLiteral("keyed archive without $objects"));
-        m_objects = &objects->refs;
+        m_objects = m_doc.refs(*objects);
         m_keyKinds.assign(m_doc.objects.size(), Unknown);
-        m_classKinds.assign(m_objects->size(), std::int8_t(-2));
-        m_state.assign(m_objects->size(), State::New);
-        m_values.resize(m_objects->size());
+        m_classKinds.assign(m_objects.size(), std::int8_t(-2));
+        m_state.assign(m_objects.size(), State::New);
+        m_values.resize(m_objects.size());
         QVariant v = decode(std::uint64_t(root->integer), 0);
         if (!m_error.isEmpty())
             return fail(error, m_error);
@@ -312,21 +310,23 @@ private:
 
     const Object *instanceMember(const Object &dict, KeyKind wanted)
     {
-        const std::size_t n = dict.refs.size() / 2;
+        const auto refs = m_doc.refs(dict);
+        const std::size_t n = refs.size() / 2;
         for (std::size_t i = 0; i < n; ++i)
-            if (keyKind(dict.refs[i]) == wanted)
-                return &m_doc.objects[dict.refs[n + i]];
+            if (keyKind(refs[i]) == wanted)
+                return &m_doc.objects[refs[n + i]];
         return nullptr;
     }
 
     // The value for a string key of a plist dictionary, or null.
     const Object *member(const Object &dict, QStringView key) const
     {
-        const std::size_t n = dict.refs.size() / 2;
+        const auto refs = m_doc.refs(dict);
+        const std::size_t n = refs.size() / 2;
         for (std::size_t i = 0; i < n; ++i) {
-            const Object &k = m_doc.objects[dict.refs[i]];
+            const Object &k = m_doc.objects[refs[i]];
             if (k.kind == Kind::String && k.string == key)
-                return &m_doc.objects[dict.refs[n + i]];
+                return &m_doc.objects[refs[n + i]];
         }
         return nullptr;
     }
@@ -343,25 +343,25 @@ private:
     {
         if (!arr || arr->kind != Kind::Array)
             return false;
-        for (std::uint32_t r : arr->refs)
+        for (std::uint32_t r : m_doc.refs(*arr))
             if (m_doc.objects[r].kind != Kind::Uid)
                 return false;
         return true;
     }
     std::uint64_t uidAt(const Object *arr, std::size_t i) const
     {
-        return std::uint64_t(m_doc.objects[arr->refs[i]].integer);
+        return std::uint64_t(m_doc.objects[m_doc.refPool[arr->refStart + i]].integer);
     }
 
     QVariant decode(std::uint64_t number, int depth)
     {
         if (number == 0)
             return {};
-        if (number >= m_objects->size())
+        if (number >= m_objects.size())
             return error(QStringLiteral("object reference out of range"));
         if (depth > kMaxDepth)
             return error(QStringLiteral("nesting too deep"));
-        const std::uint32_t plistIndex = (*m_objects)[number];
+        const std::uint32_t plistIndex = m_objects[number];
         // Scalars are cheap to decode again; instances are decoded once, which also bounds the
         // work on archives that share one subtree many times, and catches cycles.
         if (m_doc.objects[plistIndex].kind != Kind::Dict)
@@ -407,10 +407,10 @@ private:
     QVariant decodeInstance(const Object &o, int depth)
     {
         const Object *cls = instanceMember(o, Class);
-        if (!cls || cls->kind != Kind::Uid || std::uint64_t(cls->integer) >= m_objects->size())
+        if (!cls || cls->kind != Kind::Uid || std::uint64_t(cls->integer) >= m_objects.size())
             return error(QStringLiteral("object without a class"));
         const std::size_t clsNumber = std::size_t(cls->integer);
-        const Object &clsDict = m_doc.objects[(*m_objects)[clsNumber]];
+        const Object &clsDict = m_doc.objects[m_objects[clsNumber]];
         std::int8_t &kind = m_classKinds[clsNumber];
         if (kind == -2) {
             const Object *name = clsDict.kind == Kind::Dict ? member(clsDict, u"$classname") : nullptr;
@@ -428,8 +428,8 @@ private:
             if (!isUidArray(items))
                 return error(QStringLiteral("bad array"));
             QVariantList list;
-            list.reserve(qsizetype(items->refs.size()));
-            for (std::size_t i = 0; i < items->refs.size(); ++i) {
+            list.reserve(qsizetype(items->refCount));
+            for (std::size_t i = 0; i < items->refCount; ++i) {
                 QVariant e = decode(uidAt(items, i), depth + 1);
                 if (!m_error.isEmpty())
                     return {};
@@ -442,10 +442,10 @@ private:
         if (kind == DictionaryClass) {
             const Object *keys = instanceMember(o, NSKeys);
             const Object *values = instanceMember(o, NSObjects);
-            if (!isUidArray(keys) || !isUidArray(values) || keys->refs.size() != values->refs.size())
+            if (!isUidArray(keys) || !isUidArray(values) || keys->refCount != values->refCount)
                 return error(QStringLiteral("bad dictionary"));
             QVariantMap map;
-            for (std::size_t i = 0; i < keys->refs.size(); ++i) {
+            for (std::uint32_t i = 0; i < keys->refCount; ++i) {
                 const QVariant k = decode(uidAt(keys, i), depth + 1);
                 if (!m_error.isEmpty())
                     return {};
@@ -456,7 +456,8 @@ private:
                     return {};
                 if (!v.isValid())
                     return error(QStringLiteral("nil inside a dictionary"));
-                map.insert(k.toString(), std::move(v));
+                // Keys mostly arrive in order (ours are written sorted): hint the end.
+                map.insert(map.cend(), k.toString(), std::move(v));
             }
             return map;
         }
@@ -470,7 +471,7 @@ private:
     }
 
     bplist::Document m_doc;
-    const std::vector<std::uint32_t> *m_objects = nullptr;
+    std::span<const std::uint32_t> m_objects;
     std::vector<State> m_state;
     std::vector<KeyKind> m_keyKinds;
     std::vector<std::int8_t> m_classKinds;
