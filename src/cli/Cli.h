@@ -29,5 +29,6 @@ bool takeFlag(QStringList &args, const QString &name);
 bool takeOption(QStringList &args, const QString &name, QString *value, bool *missing);
 
 int runPrefs(QStringList args);
+int runFileCommand(const QString &command, const QStringList &args);
 
 } // namespace tess::cli

@@ -8,6 +8,27 @@ namespace {
 
 const char kHelp[] = R"(usage: tessaline-cli COMMAND [ARGS]
 
+Password files (FILE.qvm is the package folder):
+  create FILE.qvm                make a new, empty password file
+  ls FILE.qvm [--json]           entry names in list order, one a line
+  show FILE.qvm NAME [--json] [--reveal]
+                                 every key of the entry; the password as ******** unless
+                                 --reveal (with --json, only with --reveal)
+  add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]
+                                 a new entry, as the Add button and the editor make it
+  edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]
+                                 change only the fields given; an empty --user2 removes it
+  rm FILE.qvm NAME...            delete entries
+  find FILE.qvm TEXT [--json]    names of the entries whose name, URL, notes, user IDs or
+                                 password contain TEXT, ignoring case
+  passwd FILE.qvm                change the file password
+  keychain FILE.qvm on|off       keep the file password in the keyring, or not
+
+  The file password: with --password-stdin, the first line of standard input (passwd: the
+  current password, then the new one; create: the new one). Otherwise the keyring item the
+  application uses, then a prompt on the terminal (twice for a new password).
+  --no-keychain skips the keyring.
+
 Settings (the same store the Tessaline application uses):
   prefs [--json]                 list every setting, sorted by key, one "key = value" line
                                  each (values as JSON: strings quoted, arrays as lists);
@@ -18,8 +39,9 @@ Settings (the same store the Tessaline application uses):
                                  YES/NO/true/false/1/0)
   prefs delete KEY               remove a setting
 
-Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success, 1 usage
-or absent setting, 3 the settings file cannot be written.
+Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success; 1 usage
+(or an absent setting); 2 the file cannot be opened (not a password file, wrong password,
+damaged); 3 the file cannot be written (read-only, disk full); 4 no such entry.
 )";
 
 } // namespace
@@ -36,6 +58,9 @@ int main(int argc, char **argv)
     const QString command = args.takeFirst();
     if (command == u"prefs")
         return tess::cli::runPrefs(args);
+    static const QStringList fileCommands = {"create", "ls", "show", "add", "edit", "rm", "find", "passwd", "keychain"};
+    if (fileCommands.contains(command))
+        return tess::cli::runFileCommand(command, args);
     tess::cli::error(QStringLiteral("unknown command \"%1\" (see --help)").arg(command));
     return tess::cli::ExitUsage;
 }

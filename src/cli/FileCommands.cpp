@@ -1,0 +1,528 @@
+// tessaline-cli's password-file commands: the same opening and saving as the application.
+
+#include "Cli.h"
+
+#include "core/app/QWPrefs.h"
+#include "core/entries/EntryList.h"
+#include "core/entries/Search.h"
+#include "core/storage/PasswordFile.h"
+#include "platform/linux/SecretServiceKeychain.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace tess::cli {
+namespace {
+
+// Reads a line from the terminal without echo; false without a terminal or at its end.
+bool readSecretFromTerminal(const QString &prompt, QString *out)
+{
+    const int fd = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const QByteArray p = prompt.toLocal8Bit() + ' ';
+    if (::write(fd, p.constData(), size_t(p.size())) < 0) {
+        ::close(fd);
+        return false;
+    }
+    termios old{}, quiet{};
+    const bool isTty = ::tcgetattr(fd, &old) == 0;
+    if (isTty) {
+        quiet = old;
+        quiet.c_lflag &= ~tcflag_t(ECHO);
+        ::tcsetattr(fd, TCSAFLUSH, &quiet);
+    }
+    QByteArray line;
+    char c;
+    bool gotLine = false;
+    while (::read(fd, &c, 1) == 1) {
+        if (c == '\n') {
+            gotLine = true;
+            break;
+        }
+        line.append(c);
+    }
+    if (isTty)
+        ::tcsetattr(fd, TCSAFLUSH, &old);
+    if (::write(fd, "\n", 1) < 0) {
+    }
+    ::close(fd);
+    *out = QString::fromLocal8Bit(line);
+    line.fill('\0');
+    return gotLine || !line.isEmpty();
+}
+
+class StdinLines {
+public:
+    bool next(QString *line)
+    {
+        QByteArray buf;
+        int c;
+        bool any = false;
+        while ((c = std::fgetc(stdin)) != EOF) {
+            any = true;
+            if (c == '\n')
+                break;
+            buf.append(char(c));
+        }
+        if (!any)
+            return false;
+        if (buf.endsWith('\r'))
+            buf.chop(1);
+        *line = QString::fromUtf8(buf);
+        buf.fill('\0');
+        return true;
+    }
+};
+
+// The prompts of the application, answered from standard input or the terminal.
+class CliDelegate : public PasswordFileDelegate {
+public:
+    bool passwordFromStdin = false;
+    QString currentPassword; // with --password-stdin
+    QString newPassword;     // for passwd with --password-stdin
+    bool wrongPassword = false;
+    QStringList messages;
+
+    bool askPassword(const QString &prompt, QString *password) override
+    {
+        if (prompt.startsWith(PasswordFile::kPasswordIncorrect)) {
+            wrongPassword = true;
+            if (passwordFromStdin || ++m_wrongAttempts >= 3)
+                return false;
+        }
+        if (passwordFromStdin) {
+            *password = currentPassword;
+            return true;
+        }
+        if (!readSecretFromTerminal(prompt, password)) {
+            m_noTerminal = true;
+            return false;
+        }
+        return true;
+    }
+
+    bool askNewPassword(QString *password) override
+    {
+        if (passwordFromStdin) {
+            *password = newPassword;
+            return true;
+        }
+        return askNewPasswordTwice(password);
+    }
+
+    bool askNewPasswordTwice(QString *password)
+    {
+        QString again;
+        if (!readSecretFromTerminal(QStringLiteral("New password:"), password)
+            || !readSecretFromTerminal(QStringLiteral("New password again:"), &again)) {
+            m_noTerminal = true;
+            return false;
+        }
+        if (*password != again) {
+            error(QStringLiteral("the two passwords differ"));
+            return false;
+        }
+        return true;
+    }
+
+    void showMessage(const QString &message) override { messages.append(message); }
+    bool noTerminal() const { return m_noTerminal; }
+
+private:
+    int m_wrongAttempts = 0;
+    bool m_noTerminal = false;
+};
+
+struct Options {
+    bool passwordStdin = false;
+    bool noKeychain = false;
+    bool json = false;
+    bool reveal = false;
+    QString name, url, user, user2, password, notes;
+    bool hasName = false, hasURL = false, hasUser = false, hasUser2 = false, hasPassword = false, hasNotes = false;
+    QStringList positional;
+};
+
+bool parseOptions(QStringList args, bool withFields, Options *o)
+{
+    o->passwordStdin = takeFlag(args, QStringLiteral("--password-stdin"));
+    o->noKeychain = takeFlag(args, QStringLiteral("--no-keychain"));
+    o->json = takeFlag(args, QStringLiteral("--json"));
+    o->reveal = takeFlag(args, QStringLiteral("--reveal"));
+    if (withFields) {
+        struct Field {
+            const char *flag;
+            QString *value;
+            bool *has;
+        } fields[] = {{"--name", &o->name, &o->hasName},         {"--url", &o->url, &o->hasURL},
+                      {"--user", &o->user, &o->hasUser},         {"--user2", &o->user2, &o->hasUser2},
+                      {"--password", &o->password, &o->hasPassword}, {"--notes", &o->notes, &o->hasNotes}};
+        for (const Field &f : fields) {
+            bool missing = false;
+            *f.has = takeOption(args, QString::fromLatin1(f.flag), f.value, &missing);
+            if (missing) {
+                error(QStringLiteral("%1 needs a value").arg(QLatin1String(f.flag)));
+                return false;
+            }
+        }
+    }
+    for (const QString &a : std::as_const(args)) {
+        if (a.startsWith(u"--")) {
+            error(QStringLiteral("unknown option %1").arg(a));
+            return false;
+        }
+    }
+    o->positional = args;
+    return true;
+}
+
+QString packagePath(const QString &arg)
+{
+    return QFileInfo(arg).absoluteFilePath();
+}
+
+// An open password file for the life of a command; closing removes the scratch directory.
+class Session {
+public:
+    Session(const QString &path, const Options &o)
+        : m_keychain(o.noKeychain ? nullptr : new SecretServiceKeychain), m_file(path, m_keychain.get(), &m_delegate),
+          m_options(o)
+    {
+        m_delegate.passwordFromStdin = o.passwordStdin;
+    }
+
+    CliDelegate &delegate() { return m_delegate; }
+    PasswordFile &file() { return m_file; }
+
+    // Answers 0 when open, else the exit code (the reason already said).
+    int open()
+    {
+        if (!QFileInfo(m_file.packagePath()).isDir()) {
+            error(QStringLiteral("%1: no such password file").arg(m_file.packagePath()));
+            return ExitCannotOpen;
+        }
+        if (m_options.passwordStdin) {
+            StdinLines in;
+            if (!in.next(&m_delegate.currentPassword)) {
+                error(QStringLiteral("--password-stdin: no password on standard input"));
+                return ExitUsage;
+            }
+            m_delegate.newPassword = QString();
+            QString second;
+            if (in.next(&second))
+                m_delegate.newPassword = second;
+            m_hasSecondLine = !m_delegate.newPassword.isNull();
+        }
+        const auto use = m_options.noKeychain    ? PasswordFile::KeychainUse::Never
+                         : m_options.passwordStdin ? PasswordFile::KeychainUse::StatusOnly
+                                                   : PasswordFile::KeychainUse::Password;
+        switch (m_file.open(use)) {
+        case PasswordFile::OpenResult::Opened:
+            return reportMessages() ? 0 : ExitCannotWrite;
+        case PasswordFile::OpenResult::NotAPasswordFile:
+            error(QStringLiteral("%1: not a Tessaline password file").arg(m_file.packagePath()));
+            return ExitCannotOpen;
+        case PasswordFile::OpenResult::Cancelled:
+            if (m_delegate.wrongPassword)
+                error(QStringLiteral("wrong password or damaged file"));
+            else if (m_delegate.noTerminal())
+                error(QStringLiteral("no password given (use --password-stdin, or run in a terminal)"));
+            else
+                error(QStringLiteral("no password given"));
+            return ExitCannotOpen;
+        }
+        return ExitCannotOpen;
+    }
+
+    bool hasSecondLine() const { return m_hasSecondLine; }
+
+    // Says what the file operations said; false when a save failed.
+    bool reportMessages()
+    {
+        bool ok = true;
+        for (const QString &m : std::as_const(m_delegate.messages)) {
+            if (m == PasswordFile::kSaveFailed) {
+                error(QStringLiteral("cannot write %1").arg(m_file.packagePath()));
+                ok = false;
+            } else {
+                error(m);
+            }
+        }
+        m_delegate.messages.clear();
+        return ok;
+    }
+
+    int save()
+    {
+        const bool saved = m_file.save();
+        reportMessages();
+        return saved ? ExitOK : ExitCannotWrite;
+    }
+
+private:
+    std::unique_ptr<Keychain> m_keychain;
+    CliDelegate m_delegate;
+    PasswordFile m_file;
+    Options m_options;
+    bool m_hasSecondLine = false;
+};
+
+QJsonValue jsonValue(const QVariant &v)
+{
+    return QJsonValue::fromVariant(v);
+}
+
+int runCreate(const Options &o)
+{
+    if (o.positional.size() != 1) {
+        error(QStringLiteral("usage: tessaline-cli create FILE.qvm"));
+        return ExitUsage;
+    }
+    const QString path = packagePath(o.positional[0]);
+    if (QFileInfo::exists(path)) {
+        error(QStringLiteral("%1 already exists").arg(path));
+        return ExitCannotWrite;
+    }
+    QString password;
+    CliDelegate asker;
+    if (o.passwordStdin) {
+        if (!StdinLines().next(&password)) {
+            error(QStringLiteral("--password-stdin: no password on standard input"));
+            return ExitUsage;
+        }
+    } else if (!asker.askNewPasswordTwice(&password)) {
+        if (asker.noTerminal())
+            error(QStringLiteral("no password given (use --password-stdin, or run in a terminal)"));
+        return ExitUsage;
+    }
+    if (!PasswordFile::createPackage(path, password)) {
+        error(QStringLiteral("cannot create %1").arg(path));
+        return ExitCannotWrite;
+    }
+    CliDelegate delegate;
+    delegate.passwordFromStdin = true; // the first opening asks once more: answer it
+    delegate.currentPassword = password;
+    PasswordFile file(path, nullptr, &delegate);
+    const bool opened = file.open(PasswordFile::KeychainUse::Never) == PasswordFile::OpenResult::Opened;
+    password.fill(u'\0');
+    file.close();
+    if (!opened) {
+        error(QStringLiteral("cannot create %1").arg(path));
+        return ExitCannotWrite;
+    }
+    return ExitOK;
+}
+
+QString displayText(const QString &key, const QVariant &v, bool reveal)
+{
+    if (key == EntryKey::Password && !reveal)
+        return QStringLiteral("********");
+    return jsonText(v);
+}
+
+int withEntryName(const Options &o, const char *usage, int minNames = 1)
+{
+    if (o.positional.size() < 1 + minNames) {
+        error(QStringLiteral("usage: tessaline-cli %1").arg(QLatin1String(usage)));
+        return ExitUsage;
+    }
+    return 0;
+}
+
+int noSuchEntry(const QString &name)
+{
+    error(QStringLiteral("no entry named \"%1\"").arg(name));
+    return ExitNoSuchEntry;
+}
+
+} // namespace
+
+int runFileCommand(const QString &command, const QStringList &args)
+{
+    const bool fields = command == u"add" || command == u"edit";
+    Options o;
+    if (!parseOptions(args, fields, &o))
+        return ExitUsage;
+    if (command == u"create")
+        return runCreate(o);
+
+    static const QHash<QString, QPair<int, const char *>> usages = {
+        {QStringLiteral("ls"), {0, "ls FILE.qvm [--json]"}},
+        {QStringLiteral("show"), {1, "show FILE.qvm NAME [--json] [--reveal]"}},
+        {QStringLiteral("add"), {1, "add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]"}},
+        {QStringLiteral("edit"), {1, "edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]"}},
+        {QStringLiteral("rm"), {1, "rm FILE.qvm NAME..."}},
+        {QStringLiteral("find"), {1, "find FILE.qvm TEXT [--json]"}},
+        {QStringLiteral("passwd"), {0, "passwd FILE.qvm"}},
+        {QStringLiteral("keychain"), {1, "keychain FILE.qvm on|off"}},
+    };
+    const auto usage = usages.value(command);
+    if (int rc = withEntryName(o, usage.second, usage.first))
+        return rc;
+    const bool exactCount = command != u"rm";
+    if (exactCount && o.positional.size() != 1 + usage.first) {
+        error(QStringLiteral("usage: tessaline-cli %1").arg(QLatin1String(usage.second)));
+        return ExitUsage;
+    }
+    if (command == u"keychain" && o.positional[1] != u"on" && o.positional[1] != u"off") {
+        error(QStringLiteral("usage: tessaline-cli keychain FILE.qvm on|off"));
+        return ExitUsage;
+    }
+    if (command == u"keychain" && o.noKeychain) {
+        error(QStringLiteral("keychain and --no-keychain do not go together"));
+        return ExitUsage;
+    }
+
+    QWPrefs prefs(QWPrefs::applicationIDToLoad(), kApplicationID);
+    Session session(packagePath(o.positional[0]), o);
+    if (int rc = session.open())
+        return rc;
+    PasswordFile &file = session.file();
+    EntryList &list = file.passwordArray();
+    const QString name = o.positional.value(1);
+
+    if (command == u"ls" || command == u"find") {
+        QStringList names;
+        for (const QVariant &e : list)
+            if (command == u"ls" || entryMatches(e.toMap(), name))
+                names.append(entryName(e));
+        if (o.json)
+            out(QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(names)).toJson(QJsonDocument::Compact)));
+        else
+            for (const QString &n : std::as_const(names))
+                out(n);
+        return ExitOK;
+    }
+
+    if (command == u"show") {
+        const qsizetype row = entryWithName(list, name);
+        if (row < 0)
+            return noSuchEntry(name);
+        const Entry e = list[row].toMap();
+        if (o.json) {
+            QJsonObject obj;
+            for (auto it = e.cbegin(); it != e.cend(); ++it)
+                if (it.key() != EntryKey::Password || o.reveal)
+                    obj.insert(it.key(), jsonValue(it.value()));
+            out(QString::fromUtf8(QJsonDocument(obj).toJson(QJsonDocument::Indented)).trimmed());
+        } else {
+            for (auto it = e.cbegin(); it != e.cend(); ++it)
+                out(it.key() + QStringLiteral(" = ") + displayText(it.key(), it.value(), o.reveal));
+        }
+        return ExitOK;
+    }
+
+    if (!file.PWFileWriteable() && command != u"keychain") {
+        error(QStringLiteral("%1 is read-only").arg(file.packagePath()));
+        return ExitCannotWrite;
+    }
+
+    if (command == u"add") {
+        if (name.isEmpty() || entryWithName(list, name) >= 0) {
+            error(name.isEmpty() ? QStringLiteral("an entry needs a name")
+                                 : QStringLiteral("an entry named \"%1\" already exists").arg(name));
+            return ExitUsage;
+        }
+        Entry e = newEntryFromAdd(prefs.objectForKey(Pref::DefaultUserID).toString());
+        e.insert(EntryKey::Path, name);
+        if (o.hasURL)
+            e.insert(EntryKey::URL, o.url);
+        if (o.hasUser)
+            e.insert(EntryKey::UserID, o.user);
+        if (o.hasUser2 && !o.user2.isEmpty())
+            e.insert(EntryKey::UserID2, o.user2);
+        if (o.hasPassword)
+            e.insert(EntryKey::Password, o.password);
+        if (o.hasNotes)
+            e.insert(EntryKey::Notes, o.notes);
+        list.append(e);
+        return session.save();
+    }
+
+    if (command == u"edit") {
+        const qsizetype row = entryWithName(list, name);
+        if (row < 0)
+            return noSuchEntry(name);
+        const Entry original = list[row].toMap();
+        Entry e = original;
+        if (o.hasName) {
+            if (o.name.isEmpty() || (o.name != name && entryWithName(list, o.name) >= 0)) {
+                error(o.name.isEmpty() ? QStringLiteral("an entry needs a name")
+                                       : QStringLiteral("an entry named \"%1\" already exists").arg(o.name));
+                return ExitUsage;
+            }
+            e.insert(EntryKey::Path, o.name);
+        }
+        if (o.hasURL)
+            e.insert(EntryKey::URL, o.url);
+        if (o.hasUser)
+            e.insert(EntryKey::UserID, o.user);
+        if (o.hasUser2) {
+            if (o.user2.isEmpty())
+                e.remove(EntryKey::UserID2);
+            else
+                e.insert(EntryKey::UserID2, o.user2);
+        }
+        if (o.hasPassword)
+            e.insert(EntryKey::Password, o.password);
+        if (o.hasNotes)
+            e.insert(EntryKey::Notes, o.notes);
+        if (e == original)
+            return ExitOK; // nothing changed, nothing to save
+        if (o.hasName && o.name != name)
+            file.renameRecentWebsite(name, o.name);
+        list[row] = e;
+        return session.save();
+    }
+
+    if (command == u"rm") {
+        const QStringList names = o.positional.mid(1);
+        for (const QString &n : names)
+            if (entryWithName(list, n) < 0)
+                return noSuchEntry(n);
+        for (const QString &n : names) {
+            file.deleteRecentWebsite(n);
+            list.removeAt(entryWithName(list, n));
+        }
+        return session.save();
+    }
+
+    if (command == u"passwd") {
+        if (o.passwordStdin && !session.hasSecondLine()) {
+            error(QStringLiteral("--password-stdin: give the current password, then the new one, one a line"));
+            return ExitUsage;
+        }
+        const bool changed = file.changePassword();
+        const bool ok = session.reportMessages();
+        if (!ok)
+            return ExitCannotWrite;
+        return changed ? ExitOK : ExitCannotOpen;
+    }
+
+    if (command == u"keychain") {
+        const bool on = name == u"on";
+        if (on && !SecretServiceKeychain::serviceRunning()) {
+            error(QStringLiteral("no Secret Service (keyring) is running"));
+            return ExitCannotWrite;
+        }
+        if (on && file.passwordInKeychain())
+            return ExitOK;
+        file.toggleSavePWInKeychain(!on); // the menu item's check mark: shown when kept
+        session.reportMessages();
+        return ExitOK;
+    }
+
+    error(QStringLiteral("unknown command \"%1\" (see --help)").arg(command));
+    return ExitUsage;
+}
+
+} // namespace tess::cli

@@ -1,0 +1,175 @@
+#include "EntryList.h"
+
+#include <QSet>
+
+#include <algorithm>
+#include <vector>
+
+namespace tess {
+
+namespace {
+
+bool needsNormalizing(const QString &s)
+{
+    for (QChar c : s)
+        if (c.unicode() >= 0xC0)
+            return true;
+    return false;
+}
+
+// Code-point order over UTF-16: surrogates sort above the rest of the BMP.
+inline char16_t fixup(char16_t c)
+{
+    if (c >= 0xE000)
+        return char16_t(c - 0x800);
+    if (c >= 0xD800)
+        return char16_t(c + 0x2000);
+    return c;
+}
+
+int compareCodePoints(const QString &a, const QString &b)
+{
+    const qsizetype n = std::min(a.size(), b.size());
+    const char16_t *pa = reinterpret_cast<const char16_t *>(a.constData());
+    const char16_t *pb = reinterpret_cast<const char16_t *>(b.constData());
+    for (qsizetype i = 0; i < n; ++i) {
+        if (pa[i] != pb[i]) {
+            const char16_t x = pa[i] >= 0xD800 ? fixup(pa[i]) : pa[i];
+            const char16_t y = pb[i] >= 0xD800 ? fixup(pb[i]) : pb[i];
+            return x < y ? -1 : 1;
+        }
+    }
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+QString sortKey(const QString &name)
+{
+    return needsNormalizing(name) ? name.normalized(QString::NormalizationForm_D) : name;
+}
+
+} // namespace
+
+int compareNames(const QString &a, const QString &b)
+{
+    return compareCodePoints(sortKey(a), sortKey(b));
+}
+
+int passwordsSort(const Entry &a, const Entry &b)
+{
+    return compareNames(a.value(EntryKey::Path).toString(), b.value(EntryKey::Path).toString());
+}
+
+void sortEntries(EntryList &list)
+{
+    // Normalise each name once, not at every comparison.
+    std::vector<std::pair<QString, qsizetype>> keys;
+    keys.reserve(std::size_t(list.size()));
+    bool sorted = true;
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        keys.emplace_back(sortKey(entryName(list[i])), i);
+        if (sorted && i > 0 && compareCodePoints(keys[std::size_t(i - 1)].first, keys.back().first) > 0)
+            sorted = false;
+    }
+    if (sorted)
+        return;
+    std::stable_sort(keys.begin(), keys.end(),
+                     [](const auto &x, const auto &y) { return compareCodePoints(x.first, y.first) < 0; });
+    EntryList result;
+    result.reserve(list.size());
+    for (const auto &k : keys)
+        result.append(std::move(list[k.second]));
+    list = std::move(result);
+}
+
+qsizetype entryWithName(const EntryList &list, const QString &name)
+{
+    for (qsizetype i = 0; i < list.size(); ++i)
+        if (entryName(list[i]) == name)
+            return i;
+    return -1;
+}
+
+QString uniqueNameForName(const EntryList &list, const QString &name)
+{
+    if (entryWithName(list, name) < 0)
+        return name;
+    QSet<QString> names;
+    for (const QVariant &e : list)
+        names.insert(entryName(e));
+    for (qint64 n = 2;; ++n) {
+        const QString candidate = name + QString::number(n);
+        if (!names.contains(candidate))
+            return candidate;
+    }
+}
+
+QString duplicateNameForName(const EntryList &list, const QString &name)
+{
+    QSet<QString> names;
+    for (const QVariant &e : list)
+        names.insert(entryName(e));
+    for (qint64 n = 1;; ++n) {
+        const QString candidate = n == 1 ? QString(name + QStringLiteral(" copy"))
+                                         : QString(name + QStringLiteral(" copy ") + QString::number(n));
+        if (!names.contains(candidate))
+            return candidate;
+    }
+}
+
+qsizetype duplicateEntry(EntryList &list, qsizetype row)
+{
+    Entry copy = list.at(row).toMap();
+    copy.insert(EntryKey::Path, duplicateNameForName(list, copy.value(EntryKey::Path).toString()));
+    list.append(copy);
+    return list.size() - 1;
+}
+
+Entry newEntryFromAdd(const QString &defaultUserID)
+{
+    return Entry{{EntryKey::Path, QStringLiteral("(New)")},
+                 {EntryKey::UserID, defaultUserID.isNull() ? QString(QLatin1String("")) : defaultUserID},
+                 {EntryKey::Button, QString(QLatin1String(""))},
+                 {EntryKey::Notes, QString(QLatin1String(""))}};
+}
+
+qsizetype newCategoryNamed(EntryList &list, const QString &name)
+{
+    list.append(Entry{{EntryKey::Path, uniqueNameForName(list, name)},
+                      {EntryKey::Button, QString(QLatin1String(""))},
+                      {EntryKey::Notes, QString(QLatin1String(""))},
+                      {EntryKey::NewUserIDOptions, QVariant::fromValue<qint64>(0)},
+                      {EntryKey::PasswordTabCount, QVariant::fromValue<qint64>(0)},
+                      {EntryKey::PasswordTabSwitch, true},
+                      {EntryKey::UserIDTabCount, QVariant::fromValue<qint64>(0)},
+                      {EntryKey::UserIDTabSwitch, false}});
+    return list.size() - 1;
+}
+
+QString droppedEntryName(const EntryList &list, const QString &name)
+{
+    return uniqueNameForName(list, name.section(u'/', -1));
+}
+
+bool mergeConflictingEntries(EntryList &list, const EntryList &copy)
+{
+    // The names of the entries as they were before the merge.
+    QSet<QString> current;
+    for (const QVariant &e : list)
+        current.insert(entryName(e));
+    const EntryList before = list;
+    bool appended = false;
+    for (const QVariant &v : copy) {
+        Entry e = v.toMap();
+        const QString name = e.value(EntryKey::Path).toString();
+        if (current.contains(name)) {
+            if (std::any_of(before.cbegin(), before.cend(), [&](const QVariant &c) { return c.toMap() == e; }))
+                continue;
+            e.insert(EntryKey::Path, uniqueNameForName(list, name + QStringLiteral(" (CONFLICTED)")));
+        }
+        list.append(e);
+        appended = true;
+    }
+    return appended;
+}
+
+} // namespace tess

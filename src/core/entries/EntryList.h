@@ -1,0 +1,39 @@
+#pragma once
+// The rules of a password file's entry list: its order and the naming rules that keep
+// names distinct.
+
+#include "core/entries/Entry.h"
+
+#include <QStringList>
+
+namespace tess {
+
+// passwordsSort: case-sensitive, code-point order of "Path"; canonically equivalent names
+// compare equal. Answers <0, 0 or >0.
+int passwordsSort(const Entry &a, const Entry &b);
+int compareNames(const QString &a, const QString &b);
+// Sorts the whole list in that order (stable).
+void sortEntries(EntryList &list);
+
+// entryWithName: index of the first entry whose "Path" equals name exactly, or -1.
+qsizetype entryWithName(const EntryList &list, const QString &name);
+// uniqueNameForName: name, or name followed directly by 2, 3, ... until free.
+QString uniqueNameForName(const EntryList &list, const QString &name);
+// The name duplicateEntry gives a copy: "X copy", "X copy 2", ...
+QString duplicateNameForName(const EntryList &list, const QString &name);
+// duplicateEntry: appends a copy of entry `row` under its duplicate name; answers its index.
+qsizetype duplicateEntry(EntryList &list, qsizetype row);
+
+// The entry the Add button makes.
+Entry newEntryFromAdd(const QString &defaultUserID);
+// newCategoryNamed:edit: — appends an entry for the importer; answers its index.
+qsizetype newCategoryNamed(EntryList &list, const QString &name);
+// A dropped entry's new name: the last path component, made unique.
+QString droppedEntryName(const EntryList &list, const QString &name);
+
+// Merges the entries of a conflicting copy: new names are appended, identical entries
+// skipped, a taken name with other content appended as "NAME (CONFLICTED)" made unique.
+// Answers whether anything was appended.
+bool mergeConflictingEntries(EntryList &list, const EntryList &copy);
+
+} // namespace tess

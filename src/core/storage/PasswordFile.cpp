@@ -1,0 +1,438 @@
+#include "PasswordFile.h"
+
+#include "core/app/QWPrefs.h"
+#include "core/archive/KeyedArchive.h"
+#include "core/archive/TypedStream.h"
+#include "core/entries/EntryList.h"
+#include "core/storage/Crypto.h"
+#include "platform/Keychain.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdlib>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tess {
+
+const QString PasswordFile::kProgramName = QStringLiteral("Tessaline");
+const QString PasswordFile::kNotAPasswordFile = QStringLiteral("This is not a Tessaline file.");
+const QString PasswordFile::kPasswordIncorrect = QStringLiteral("PASSWORD INCORRECT! ");
+const QString PasswordFile::kEnterPassword = QStringLiteral("Enter Password:");
+const QString PasswordFile::kReenterPassword = QStringLiteral("Re-enter Password:");
+const QString PasswordFile::kSaveFailed =
+    QStringLiteral("UNKNOWN ERROR: Your changes will show in the window, but be gone when you open the file.");
+const QString PasswordFile::kChangePasswordPrompt =
+    QStringLiteral("To change the password for this file you need to enter the current one first:");
+const QString PasswordFile::kKeychainPrompt = QStringLiteral(
+    "Choosing this option means that you will not have to enter your file password each time you open the file, "
+    "but you must enter it now to enable the option:");
+const QString PasswordFile::kPasswordChanged = QStringLiteral("Password changed.");
+const QString PasswordFile::kPasswordNotChanged = QStringLiteral("Password not changed.");
+
+namespace {
+const QString kData = QStringLiteral("Data");
+const QString kDataCurrent = QStringLiteral("Data.qvmi");
+const QString kDataPre20 = QStringLiteral("Data.qvme");
+const QString kRecentCurrent = QStringLiteral("Recent Websites.qvmi");
+const QString kRecentPre20 = QStringLiteral("Recent Websites.qvme");
+const QString kRecent = QStringLiteral("Recent Websites");
+} // namespace
+
+PasswordFile::PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate)
+    : m_packagePath(QDir::cleanPath(QFileInfo(packagePath).absoluteFilePath())), m_keychain(keychain),
+      m_delegate(delegate)
+{
+}
+
+PasswordFile::~PasswordFile()
+{
+    close();
+}
+
+qint64 PasswordFile::modificationTime(const QString &path)
+{
+    struct stat st;
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return -1;
+    return qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+}
+
+QString PasswordFile::makeScratchDirectory()
+{
+    QByteArray tmpl = QFile::encodeName(QDir::homePath() + QStringLiteral("/.QVM.XXXXXXXX"));
+    if (!::mkdtemp(tmpl.data())) // mkdtemp creates it with mode 0700
+        return {};
+    return QFile::decodeName(tmpl);
+}
+
+int PasswordFile::removeLeftoverScratchDirectories()
+{
+    int removed = 0;
+    const QFileInfoList found = QDir::home().entryInfoList({QStringLiteral(".QVM.*")},
+                                                           QDir::Dirs | QDir::Files | QDir::Hidden | QDir::System);
+    for (const QFileInfo &fi : found) {
+        if (fi.isDir() && !fi.isSymLink() ? QDir(fi.absoluteFilePath()).removeRecursively()
+                                          : QFile::remove(fi.absoluteFilePath()))
+            ++removed;
+    }
+    return removed;
+}
+
+bool PasswordFile::createPackage(const QString &packagePath, const QString &password)
+{
+    if (QFileInfo::exists(packagePath) || !QDir().mkpath(packagePath))
+        return false;
+    // The short-lived plaintext "Data" file is how a new password reaches the first opening.
+    return writeFileAtomically(packagePath + QStringLiteral("/Data"), password.toLocal8Bit());
+}
+
+QVariant PasswordFile::unarchive(const QString &path) const
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    QByteArray bytes = f.readAll();
+    QVariant v = m_pre20File ? archive::decodeTypedStream(bytes) : archive::decodeKeyedArchive(bytes);
+    bytes.fill('\0');
+    return v;
+}
+
+bool PasswordFile::writeTempArchive(const QString &path, const QVariant &root)
+{
+    QByteArray bytes = archive::encodeKeyedArchive(root);
+    const bool ok = !bytes.isEmpty() && writeFileAtomically(path, bytes, false);
+    bytes.fill('\0');
+    return ok;
+}
+
+PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
+{
+    m_passwordFileName = QFileInfo(m_packagePath).completeBaseName();
+    m_crypt = std::make_unique<QWCrypt>(kProgramName, m_passwordFileName, m_keychain);
+
+    bool newFile = false;
+    if (QFileInfo(inPackage(kData)).isFile()) {
+        newFile = true;
+        m_dataPath = inPackage(kDataCurrent);
+        m_recentWebsitesPath = inPackage(kRecentCurrent);
+        m_pre20File = false;
+        m_crypt->setCurrentParameters();
+        QFile data(inPackage(kData));
+        if (data.open(QIODevice::ReadOnly))
+            m_fileFramis = QString::fromLocal8Bit(data.readAll());
+        data.close();
+        m_crypt->setKeyFrom(m_fileFramis, true);
+        m_crypt->setKeyFrom(m_fileFramis, false);
+        // The empty list goes over the password in "Data", then into "Data.qvmi".
+        const QByteArray empty = archive::encodeKeyedArchive(QVariantList{});
+        writeFileAtomically(inPackage(kData), empty, false);
+        m_crypt->encrypt(empty, m_dataPath);
+        secureDelete(inPackage(kData));
+        m_passwordInKeychain = false;
+    } else if (QFileInfo::exists(inPackage(kDataCurrent))) {
+        m_dataPath = inPackage(kDataCurrent);
+        m_recentWebsitesPath = inPackage(kRecentCurrent);
+        m_pre20File = false;
+        m_crypt->setCurrentParameters();
+    } else if (QFileInfo::exists(inPackage(kDataPre20))) {
+        m_dataPath = inPackage(kDataPre20);
+        m_recentWebsitesPath = inPackage(kRecentPre20);
+        m_pre20File = true;
+        m_crypt->setPre20Parameters();
+    } else {
+        m_delegate->showMessage(kNotAPasswordFile);
+        return OpenResult::NotAPasswordFile;
+    }
+
+    m_tempDir = makeScratchDirectory();
+    m_tempDataPath = m_tempDir + u'/' + kData;
+    m_tempRecentWebsitesPath = m_tempDir + u'/' + kRecent;
+    m_writeable = ::access(QFile::encodeName(m_packagePath).constData(), W_OK) == 0;
+
+    bool opened = false;
+    if (!newFile && use == KeychainUse::Password) {
+        const int status = m_crypt->getPasswordFromKeychain();
+        if (status == Keychain::Found) {
+            m_passwordInKeychain = true;
+            if (decryptDataAtPath(m_dataPath)) {
+                opened = true;
+                m_openingPassword = m_crypt->theFramis();
+            }
+        } else {
+            // Refused access still means the item exists.
+            m_passwordInKeychain = status == Keychain::AuthorizationFailed;
+        }
+    }
+    if (!opened && !getFilePasswordFromUserWithPrompt(kEnterPassword, false)) {
+        secureDelete(m_tempDataPath);
+        close();
+        return OpenResult::Cancelled;
+    }
+    if (!newFile && use == KeychainUse::StatusOnly) {
+        const int status = m_crypt->actuallyGetPasswordFromKeychain();
+        m_passwordInKeychain = status == Keychain::Found || status == Keychain::AuthorizationFailed;
+    }
+
+    m_passwordArray = EntryList();
+    readPasswordFileDataAgain(false);
+    if (m_pre20File)
+        upgradePre20File();
+    if (gPrefs)
+        gPrefs->synchronize();
+    return OpenResult::Opened;
+}
+
+void PasswordFile::upgradePre20File()
+{
+    m_crypt->setCurrentParameters();
+    m_crypt->setKeyFrom(m_openingPassword, false);
+    m_crypt->setKeyFrom(m_openingPassword, true);
+    const QString oldData = m_dataPath, oldRecent = m_recentWebsitesPath;
+    m_pre20File = false;
+    m_dataPath = inPackage(kDataCurrent);
+    m_recentWebsitesPath = inPackage(kRecentCurrent);
+    // Only once both current files are written do the old ones go.
+    if (!save() || !saveRecentWebsites())
+        return;
+    secureDelete(oldData);
+    if (QFileInfo::exists(oldRecent))
+        secureDelete(oldRecent);
+}
+
+void PasswordFile::close()
+{
+    if (!m_tempDir.isEmpty())
+        QDir(m_tempDir).removeRecursively();
+    m_tempDir.clear();
+    m_decrypted.clear();
+}
+
+bool PasswordFile::getFilePasswordFromUserWithPrompt(const QString &prompt, bool saveInKeychain)
+{
+    QString current = prompt;
+    QString typed;
+    for (;;) {
+        typed.clear();
+        if (!m_delegate->askPassword(current, &typed))
+            return false;
+        m_crypt->setKeyFrom(typed, false);
+        if (decryptDataAtPath(m_dataPath))
+            break;
+        current = kPasswordIncorrect + prompt;
+    }
+    if (saveInKeychain)
+        m_crypt->setKeyAndSaveInKeychainFrom(typed, true);
+    else
+        m_crypt->setKeyFrom(typed, true);
+    m_openingPassword = typed;
+    return true;
+}
+
+bool PasswordFile::decryptDataAtPath(const QString &path)
+{
+    m_decrypted.clear();
+    if (!m_crypt->decrypt(path, m_tempDataPath, false))
+        return false;
+    m_decrypted = unarchive(m_tempDataPath);
+    return m_decrypted.isValid();
+}
+
+PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChanged)
+{
+    ReadResult result;
+    const qint64 dataDate = modificationTime(m_dataPath);
+    if (!onlyIfChanged || dataDate != m_lastDataModificationTime) {
+        if (onlyIfChanged)
+            decryptDataAtPath(m_dataPath);
+        const QVariant list = m_decrypted.isValid() ? m_decrypted : unarchive(m_tempDataPath);
+        m_decrypted.clear();
+        // A scratch copy that cannot be read (changed elsewhere under another password)
+        // leaves the list as it is rather than emptying it.
+        if (list.typeId() == QMetaType::QVariantList) {
+            m_passwordArray = list.toList();
+            result.entriesReloaded = true;
+        }
+        secureDelete(m_tempDataPath);
+        m_lastDataModificationTime = dataDate;
+        if (result.entriesReloaded)
+            m_delegate->entriesReplaced();
+    }
+
+    const qint64 titlesDate = modificationTime(m_recentWebsitesPath);
+    if (!onlyIfChanged || titlesDate != m_lastRecentWebsitesModificationTime) {
+        QStringList titles;
+        if (m_crypt->decrypt(m_recentWebsitesPath, m_tempRecentWebsitesPath, false)) {
+            const QVariant v = unarchive(m_tempRecentWebsitesPath);
+            for (const QVariant &t : v.toList())
+                titles.append(t.toString());
+            secureDelete(m_tempRecentWebsitesPath);
+            m_lastRecentWebsitesModificationTime = titlesDate;
+        }
+        m_recent.setTitles(titles);
+        result.titlesReloaded = true;
+        m_delegate->titlesReplaced();
+        if (!onlyIfChanged)
+            saveRecentWebsites();
+    }
+
+    mergeConflictCopies(result);
+    return result;
+}
+
+void PasswordFile::mergeConflictCopies(ReadResult &result)
+{
+    // Copies left by synchronisation services ("Data 2.qvmi"...) are read and removed inside
+    // the package itself.
+    const QStringList names = QDir(m_packagePath).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
+    for (const QString &name : names) {
+        const QString path = inPackage(name);
+        if (name.startsWith(QStringLiteral("Data "))) {
+            if (name.endsWith(QStringLiteral(".qvmi"))) {
+                // A copy we cannot decrypt (another password) is kept rather than lost.
+                if (!m_crypt->decrypt(path, m_tempDataPath, false))
+                    continue;
+                const QVariant copy = archive::decodeKeyedArchive([&] {
+                    QFile f(m_tempDataPath);
+                    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+                }());
+                if (copy.typeId() != QMetaType::QVariantList)
+                    continue;
+                if (mergeConflictingEntries(m_passwordArray, copy.toList())) {
+                    result.merged = true;
+                    m_delegate->entriesReplaced();
+                    save();
+                }
+            }
+            QFile::remove(path);
+        } else if (name.startsWith(QStringLiteral("Recent Websites "))) {
+            if (name.endsWith(QStringLiteral(".qvmi"))) {
+                if (!m_crypt->decrypt(path, m_tempRecentWebsitesPath, false))
+                    continue;
+                QFile f(m_tempRecentWebsitesPath);
+                const QVariant copy = f.open(QIODevice::ReadOnly) ? archive::decodeKeyedArchive(f.readAll()) : QVariant();
+                if (copy.typeId() != QMetaType::QVariantList)
+                    continue;
+                for (const QVariant &t : copy.toList()) {
+                    if (!m_recent.titles().contains(t.toString())) {
+                        addRecentWebsite(t.toString());
+                        result.merged = true;
+                    }
+                }
+            }
+            QFile::remove(path);
+        }
+    }
+}
+
+bool PasswordFile::fileChanged() const
+{
+    return modificationTime(inPackage(kDataCurrent)) != m_lastDataModificationTime;
+}
+
+PasswordFile::ReadResult PasswordFile::readPasswordFileDataIfChanged()
+{
+    return fileChanged() ? readPasswordFileDataAgain(true) : ReadResult();
+}
+
+bool PasswordFile::save()
+{
+    sortEntries(m_passwordArray);
+    QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
+    // The plaintext archive stays in the scratch directory until the file is closed.
+    bool ok = !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
+    const QString target = inPackage(kDataCurrent);
+    ok = ok && m_crypt->encrypt(bytes, target);
+    bytes.fill('\0');
+    if (!ok) {
+        m_delegate->showMessage(kSaveFailed);
+        return false;
+    }
+    m_lastDataModificationTime = modificationTime(target);
+    return true;
+}
+
+bool PasswordFile::saveRecentWebsites()
+{
+    QVariantList titles;
+    for (const QString &t : m_recent.titles())
+        titles.append(t);
+    QByteArray bytes = archive::encodeKeyedArchive(titles);
+    const bool ok = writeFileAtomically(m_tempRecentWebsitesPath, bytes, false)
+                    && m_crypt->encrypt(bytes, inPackage(kRecentCurrent));
+    bytes.fill('\0');
+    return ok;
+}
+
+void PasswordFile::addRecentWebsite(const QString &title)
+{
+    m_recent.add(title);
+    saveRecentWebsites();
+}
+
+void PasswordFile::deleteRecentWebsite(const QString &title)
+{
+    m_recent.remove(title);
+    saveRecentWebsites();
+}
+
+void PasswordFile::renameRecentWebsite(const QString &from, const QString &to)
+{
+    m_recent.rename(from, to);
+    saveRecentWebsites();
+}
+
+void PasswordFile::clearRecentWebsites()
+{
+    m_recent.clear();
+    saveRecentWebsites();
+}
+
+bool PasswordFile::changePassword()
+{
+    QString newPassword;
+    if (!getFilePasswordFromUserWithPrompt(kChangePasswordPrompt, false) || !m_delegate->askNewPassword(&newPassword)) {
+        m_delegate->showMessage(kPasswordNotChanged);
+        return false;
+    }
+    const QString previousFramis = m_fileFramis;
+    m_fileFramis = newPassword;
+    m_crypt->setKeyFrom(m_fileFramis, true);
+    m_crypt->setKeyFrom(m_fileFramis, false);
+    if (!save()) {
+        // The file still has the old password: so must the keys.
+        m_fileFramis = previousFramis;
+        m_crypt->setKeyFrom(m_openingPassword, true);
+        m_crypt->setKeyFrom(m_openingPassword, false);
+        m_delegate->showMessage(kPasswordNotChanged);
+        return false;
+    }
+    saveRecentWebsites();
+    if (m_passwordInKeychain) {
+        m_crypt->deletePasswordFromKeychain();
+        m_crypt->savePasswordInKeychain(m_fileFramis);
+    }
+    m_openingPassword = m_fileFramis;
+    m_delegate->showMessage(kPasswordChanged);
+    return true;
+}
+
+void PasswordFile::toggleSavePWInKeychain(bool checked)
+{
+    if (checked) {
+        m_crypt->deletePasswordFromKeychain();
+        m_passwordInKeychain = false;
+        return;
+    }
+    if (!getFilePasswordFromUserWithPrompt(kKeychainPrompt, true))
+        return;
+    // Set only on this path, as it always has been: a file created or re-keyed since it was
+    // opened has fileFramis, so the save succeeds and the flag stays as it was.
+    if (m_crypt->savePasswordInKeychain(m_fileFramis))
+        return;
+    m_passwordInKeychain = true;
+}
+
+} // namespace tess

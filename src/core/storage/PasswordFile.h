@@ -1,0 +1,148 @@
+#pragma once
+// A password file package on disk and its storage life: finding its format and password,
+// decrypting into a private scratch directory, loading, merging conflict copies, saving,
+// noticing outside changes, the pre-2.0 upgrade, password change and the keychain option.
+// The document window and tessaline-cli each drive one through a PasswordFileDelegate.
+
+#include "core/entries/Entry.h"
+#include "core/login/RecentWebsites.h"
+#include "core/storage/QWCrypt.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace tess {
+
+class Keychain;
+
+class PasswordFileDelegate {
+public:
+    virtual ~PasswordFileDelegate() = default;
+    // The password panel: the prompt text above a secure field. False when cancelled.
+    virtual bool askPassword(const QString &prompt, QString *password) = 0;
+    // The password-change panel (two new-password fields that must match). False when cancelled.
+    virtual bool askNewPassword(QString *password) = 0;
+    // A modal message with the single button "OK".
+    virtual void showMessage(const QString &message) = 0;
+    // The entry list was replaced or added to (the table must reload).
+    virtual void entriesReplaced() {}
+    // The recent-website titles were replaced (the menu must be rebuilt).
+    virtual void titlesReplaced() {}
+};
+
+class PasswordFile {
+public:
+    static const QString kProgramName;          // "Tessaline": the keychain item's account
+    static const QString kNotAPasswordFile;     // "This is not a Tessaline file."
+    static const QString kPasswordIncorrect;    // "PASSWORD INCORRECT! "
+    static const QString kEnterPassword;        // "Enter Password:"
+    static const QString kReenterPassword;      // "Re-enter Password:"
+    static const QString kSaveFailed;           // "UNKNOWN ERROR: ..."
+    static const QString kChangePasswordPrompt;
+    static const QString kKeychainPrompt;
+    static const QString kPasswordChanged;
+    static const QString kPasswordNotChanged;
+
+    enum class OpenResult { Opened, NotAPasswordFile, Cancelled };
+    struct ReadResult {
+        bool entriesReloaded = false;
+        bool titlesReloaded = false;
+        bool merged = false;
+    };
+
+    PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate);
+    ~PasswordFile();
+    PasswordFile(const PasswordFile &) = delete;
+    PasswordFile &operator=(const PasswordFile &) = delete;
+
+    // Writes the new file's password into "Data" inside a new package directory, the way a
+    // new file reaches its first opening. False if the directory exists or cannot be made.
+    static bool createPackage(const QString &packagePath, const QString &password);
+
+    // How opening uses the keychain: for the password (as the application does), only to
+    // learn whether the file has an item (a password given another way), or not at all.
+    enum class KeychainUse { Password, StatusOnly, Never };
+
+    // openDatabase: the whole opening sequence.
+    OpenResult open(KeychainUse use = KeychainUse::Password);
+    // The storage half of closing: removes the scratch directory.
+    void close();
+    bool isOpen() const { return !m_tempDir.isEmpty(); }
+
+    bool getFilePasswordFromUserWithPrompt(const QString &prompt, bool saveInKeychain);
+    bool decryptDataAtPath(const QString &path);
+    ReadResult readPasswordFileDataAgain(bool onlyIfChanged);
+    ReadResult checkForUpdates() { return readPasswordFileDataAgain(true); }
+    bool fileChanged() const;
+    ReadResult readPasswordFileDataIfChanged();
+
+    // Sorts, archives, encrypts and writes the entry list; on failure shows the message and
+    // keeps the list in memory. Answers whether the file was written.
+    bool save();
+    bool saveRecentWebsites();
+
+    // The recent-website operations that save the titles afterwards.
+    void addRecentWebsite(const QString &title);
+    void deleteRecentWebsite(const QString &title);
+    void renameRecentWebsite(const QString &from, const QString &to);
+    void clearRecentWebsites();
+
+    // changePassword: asks for the current password, then the new one; tells the outcome.
+    bool changePassword();
+    // toggleSavePWInKeychain: `checked` is the menu item's check mark as shown.
+    void toggleSavePWInKeychain(bool checked);
+    // recheckPassword: false when the user cancelled.
+    bool recheckPassword() { return getFilePasswordFromUserWithPrompt(kReenterPassword, false); }
+
+    EntryList &passwordArray() { return m_passwordArray; }
+    const EntryList &passwordArray() const { return m_passwordArray; }
+    const QStringList &recentWebsiteTitles() const { return m_recent.titles(); }
+
+    QString packagePath() const { return m_packagePath; }
+    QString passwordFileName() const { return m_passwordFileName; }
+    QString dataPath() const { return m_dataPath; }
+    QString recentWebsitesPath() const { return m_recentWebsitesPath; }
+    QString tempDir() const { return m_tempDir; }
+    bool pre20File() const { return m_pre20File; }
+    bool passwordInKeychain() const { return m_passwordInKeychain; }
+    bool PWFileWriteable() const { return m_writeable; }
+    QWCrypt &qwCrypt() { return *m_crypt; }
+
+    // Scratch directories: "~/.QVM.XXXXXXXX", owner-only. Start-up removes what earlier runs
+    // left behind (a crash may leave plaintext there).
+    static QString makeScratchDirectory();
+    static int removeLeftoverScratchDirectories();
+
+    // A file's modification time in nanoseconds, or -1 when it does not exist.
+    static qint64 modificationTime(const QString &path);
+
+private:
+    QString inPackage(const QString &name) const { return m_packagePath + u'/' + name; }
+    QVariant unarchive(const QString &path) const;
+    bool writeTempArchive(const QString &path, const QVariant &root);
+    void mergeConflictCopies(ReadResult &result);
+    void upgradePre20File();
+
+    QString m_packagePath;
+    Keychain *m_keychain;
+    PasswordFileDelegate *m_delegate;
+    std::unique_ptr<QWCrypt> m_crypt;
+    QString m_passwordFileName;
+    QString m_dataPath, m_recentWebsitesPath;
+    QString m_tempDir, m_tempDataPath, m_tempRecentWebsitesPath;
+    bool m_pre20File = false;
+    bool m_writeable = false;
+    bool m_passwordInKeychain = false;
+    QString m_fileFramis;      // set only when the file is created or re-keyed
+    QString m_openingPassword; // the password that opened the file, for the pre-2.0 upgrade
+    EntryList m_passwordArray;
+    RecentWebsiteTitles m_recent;
+    qint64 m_lastDataModificationTime = -2;
+    qint64 m_lastRecentWebsitesModificationTime = -2;
+    // What decryptDataAtPath last unarchived from the scratch "Data", so that loading right
+    // after does not read and decode the same bytes again.
+    QVariant m_decrypted;
+};
+
+} // namespace tess

@@ -1,0 +1,342 @@
+// tessaline-cli's file commands end to end on real packages, including the promises about
+// plaintext, interrupted saves, read-only packages and full disks.
+
+#include "core/app/QWPrefs.h"
+#include "core/entries/Entry.h"
+#include "core/storage/PasswordFile.h"
+#include "support/FileSupport.h"
+#include "support/TestSupport.h"
+#include "support/TypedStreamWriter.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <csignal>
+#include <sys/mount.h>
+#include <unistd.h>
+
+using namespace tess;
+using namespace tess::testsupport;
+
+namespace {
+
+struct Run {
+    int code;
+    QByteArray out, err;
+};
+
+Run cli(const QStringList &args, const QByteArray &input = "pw\n")
+{
+    QProcess p;
+    p.setChildProcessModifier([] { ::setsid(); }); // no terminal to prompt on
+    p.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline-cli", args);
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(120000);
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(), p.readAllStandardError()};
+}
+
+// A tmpfs of its own, to make a package read-only or its disk full. Needs root; tests skip
+// without it.
+class SmallDisk {
+public:
+    explicit SmallDisk(const QString &path, const QByteArray &size) : m_path(path)
+    {
+        QDir().mkpath(path);
+        m_mounted = ::mount("tmpfs", QFile::encodeName(path).constData(), "tmpfs", 0, QByteArray("size=" + size).constData()) == 0;
+    }
+    ~SmallDisk()
+    {
+        if (m_mounted)
+            ::umount2(QFile::encodeName(m_path).constData(), MNT_DETACH);
+    }
+    bool mounted() const { return m_mounted; }
+    bool makeReadOnly()
+    {
+        return ::mount("tmpfs", QFile::encodeName(m_path).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    }
+
+private:
+    QString m_path;
+    bool m_mounted = false;
+};
+
+QStringList lines(const QByteArray &out)
+{
+    return QString::fromUtf8(out).split(u'\n', Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+class TestCliFiles : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScopedHome> m_home;
+    QString pkg(const QString &name) const { return m_home->path() + "/" + name; }
+
+    EntryList openList(const QString &path, const QString &password = "pw", QStringList *titles = nullptr)
+    {
+        ScriptedDelegate d;
+        d.passwords = {password};
+        PasswordFile file(path, nullptr, &d);
+        if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
+            return {};
+        if (titles)
+            *titles = file.recentWebsiteTitles();
+        return file.passwordArray();
+    }
+
+private Q_SLOTS:
+    void init() { m_home = std::make_unique<ScopedHome>(); }
+    void cleanup() { m_home.reset(); }
+
+    void createAddShowList()
+    {
+        QWPrefs prefs(kApplicationID);
+        prefs.setObject(QStringLiteral("default@example.com"), Pref::DefaultUserID);
+        QVERIFY(prefs.synchronize());
+
+        const QString path = pkg("Cli.qvm");
+        QCOMPARE(cli({"create", path, "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"create", path, "--password-stdin"}).code, 3);
+        QCOMPARE(cli({"add", path, "Bank", "--url", "https://bank.example", "--password", "s3cret", "--notes", "a\nb",
+                      "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"add", path, "apple", "--user", "me", "--user2", "", "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"add", path, "Zeta", "--password-stdin"}).code, 0);
+        Run r = cli({"add", path, "Bank", "--password-stdin"});
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.startsWith("tessaline-cli: "));
+
+        r = cli({"ls", path, "--password-stdin"});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(lines(r.out), (QStringList{"Bank", "Zeta", "apple"}));
+        r = cli({"ls", path, "--json", "--password-stdin"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 3);
+
+        r = cli({"show", path, "Bank", "--password-stdin"});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(lines(r.out), (QStringList{"Button = \"\"", "Notes = \"a\\nb\"", "Path = \"Bank\"",
+                                            "websitePassword = ********", "websiteURL = \"https://bank.example\"",
+                                            "websiteUserID = \"default@example.com\""}));
+        r = cli({"show", path, "Bank", "--json", "--password-stdin"});
+        QVERIFY(!QJsonDocument::fromJson(r.out).object().contains("websitePassword"));
+        r = cli({"show", path, "Bank", "--json", "--reveal", "--password-stdin"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).object().value("websitePassword").toString(), QStringLiteral("s3cret"));
+        const Entry apple = openList(path).at(2).toMap();
+        QVERIFY(!apple.contains(EntryKey::UserID2));
+        QCOMPARE(apple.value(EntryKey::UserID).toString(), QStringLiteral("me"));
+        QCOMPARE(cli({"show", path, "Nope", "--password-stdin"}).code, 4);
+    }
+
+    void showKeepsTypes()
+    {
+        const QString path = pkg("Typed.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(2)));
+        const Run r = cli({"show", path, "Site 00000", "--json", "--password-stdin"});
+        const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+        QVERIFY(o.value("websiteUserIDTabSwitch").isBool());
+        QVERIFY(o.value("websiteUserIDTabCount").isDouble());
+        QCOMPARE(cli({"show", path, "Site 00000", "--password-stdin"}).out.count("websiteUserIDTabSwitch = true"), 1);
+    }
+
+    void editChangesOnlyWhatIsGiven()
+    {
+        const QString path = pkg("Edit.qvm");
+        const Entry bank{{EntryKey::Path, "Bank"}, {EntryKey::Button, ""}, {EntryKey::Notes, "n"}, {EntryKey::UserID, "u"},
+                         {EntryKey::UserID2, "u2"}, {EntryKey::URL, "https://x"}, {EntryKey::UserIDTabSwitch, true}};
+        QVERIFY(makePackage(path, "pw", EntryList{bank, Entry{{EntryKey::Path, "Mail"}}}, {"Mail", "Bank"}));
+        QCOMPARE(cli({"edit", path, "Bank", "--user2", "", "--url", "", "--password-stdin"}).code, 0);
+        Entry e = openList(path).at(0).toMap();
+        QVERIFY(!e.contains(EntryKey::UserID2));
+        QCOMPARE(e.value(EntryKey::URL).toString(), QString(""));
+        QVERIFY(e.contains(EntryKey::URL));
+        QCOMPARE(e.value(EntryKey::UserIDTabSwitch).typeId(), QMetaType::Bool);
+        QCOMPARE(cli({"edit", path, "Bank", "--name", "Mail", "--password-stdin"}).code, 1);
+        QCOMPARE(cli({"edit", path, "Nope", "--name", "X", "--password-stdin"}).code, 4);
+        QCOMPARE(cli({"edit", path, "Bank", "--name", "Checking", "--password-stdin"}).code, 0);
+        QStringList titles;
+        const EntryList list = openList(path, "pw", &titles);
+        QCOMPARE(entryName(list.at(0)), QStringLiteral("Checking"));
+        QCOMPARE(titles, (QStringList{"Mail", "Checking"}));
+    }
+
+    void removeAndFind()
+    {
+        const QString path = pkg("Rm.qvm");
+        EntryList list = sampleEntries(5);
+        auto e = list[3].toMap();
+        e.insert(EntryKey::Notes, "NEEDLE in notes");
+        list[3] = e;
+        QVERIFY(makePackage(path, "pw", list, {"Site 00001"}));
+        Run r = cli({"find", path, "needle", "--password-stdin"});
+        QCOMPARE(lines(r.out), QStringList{"Site 00003"});
+        r = cli({"find", path, "example1", "--json", "--password-stdin"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).array().size(), 1);
+        QCOMPARE(cli({"rm", path, "Site 00001", "Missing", "--password-stdin"}).code, 4);
+        QCOMPARE(openList(path).size(), 5);
+        QCOMPARE(cli({"rm", path, "Site 00001", "Site 00003", "--password-stdin"}).code, 0);
+        QStringList titles;
+        QCOMPARE(openList(path, "pw", &titles).size(), 3);
+        QVERIFY(titles.isEmpty());
+    }
+
+    void passwordsAndDamage()
+    {
+        const QString path = pkg("Pw.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(3)));
+        const QByteArray before = readFile(path + "/Data.qvmi");
+        Run r = cli({"ls", path, "--password-stdin"}, "wrong\n");
+        QCOMPARE(r.code, 2);
+        QVERIFY(r.err.contains("wrong password or damaged file"));
+        QCOMPARE(readFile(path + "/Data.qvmi"), before);
+        QCOMPARE(cli({"passwd", path, "--password-stdin"}, "pw\n").code, 1); // no new password given
+        QCOMPARE(cli({"passwd", path, "--password-stdin"}, "pw\nn3w\n").code, 0);
+        QCOMPARE(cli({"ls", path, "--password-stdin"}, "pw\n").code, 2);
+        QCOMPARE(cli({"ls", path, "--password-stdin"}, "n3w\n").code, 0);
+
+        QVERIFY(writeBytes(path + "/Data.qvmi", QByteArray("damaged")));
+        QCOMPARE(cli({"ls", path, "--password-stdin"}, "n3w\n").code, 2);
+        QCOMPARE(readFile(path + "/Data.qvmi"), QByteArray("damaged"));
+        QDir().mkpath(pkg("Empty.qvm"));
+        r = cli({"ls", pkg("Empty.qvm"), "--password-stdin"});
+        QCOMPARE(r.code, 2);
+        QVERIFY(r.err.contains("not a Tessaline password file"));
+        QCOMPARE(cli({"ls", pkg("Missing.qvm"), "--password-stdin"}).code, 2);
+        QCOMPARE(cli({"ls", path, "--no-keychain"}).code, 2); // no terminal to ask on
+    }
+
+    void usageErrors_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addRow("no file") << QStringList{"ls"};
+        QTest::addRow("no name") << QStringList{"show", "x.qvm"};
+        QTest::addRow("unknown option") << QStringList{"ls", "x.qvm", "--frob"};
+        QTest::addRow("option without value") << QStringList{"add", "x.qvm", "N", "--url"};
+        QTest::addRow("keychain what") << QStringList{"keychain", "x.qvm", "maybe"};
+        QTest::addRow("extra argument") << QStringList{"ls", "x.qvm", "extra"};
+    }
+    void usageErrors()
+    {
+        QFETCH(QStringList, args);
+        const Run r = cli(args);
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.startsWith("tessaline-cli: "));
+    }
+
+    void pre20PackagesAreUpgradedByAnyCommand()
+    {
+        const QString path = pkg("Old.qvm");
+        QDir().mkpath(path);
+        QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(sampleEntries(4)), "pw", true)));
+        QCOMPARE(cli({"ls", path, "--password-stdin"}).code, 0);
+        QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        QCOMPARE(openList(path), sampleEntries(4));
+    }
+
+    void readOnlyPackages()
+    {
+        const QString mount = pkg("ro");
+        SmallDisk disk(mount, "1m");
+        if (!disk.mounted())
+            QSKIP("cannot mount a tmpfs here (not root?)");
+        const QString path = mount + "/Bank.qvm";
+        QVERIFY(makePackage(path, "pw", sampleEntries(3)));
+        QVERIFY(disk.makeReadOnly());
+        QCOMPARE(cli({"ls", path, "--password-stdin"}).code, 0);
+        const Run r = cli({"add", path, "New", "--password-stdin"});
+        QCOMPARE(r.code, 3);
+        QVERIFY(r.err.contains("read-only"));
+    }
+
+    void aFullDiskLosesNothing()
+    {
+        const QString mount = pkg("full");
+        SmallDisk disk(mount, "256k");
+        if (!disk.mounted())
+            QSKIP("cannot mount a tmpfs here (not root?)");
+        const QString path = mount + "/Bank.qvm";
+        QVERIFY(makePackage(path, "pw", sampleEntries(200)));
+        // Fill the disk.
+        QFile filler(mount + "/filler");
+        QVERIFY(filler.open(QIODevice::WriteOnly));
+        const QByteArray block(4096, 'f');
+        while (filler.write(block) == block.size() && filler.flush()) {
+        }
+        filler.close();
+        const Run r = cli({"add", path, "One more", "--notes", QString(20000, u'x'), "--password-stdin"});
+        QCOMPARE(r.code, 3);
+        QVERIFY(r.err.contains("cannot write"));
+        QCOMPARE(openList(path), sampleEntries(200));
+        QCOMPARE(QDir(path).entryList(QDir::Files | QDir::Hidden), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+    }
+
+    void noPlaintextOutsideTheScratchDirectory()
+    {
+        const QString tmp = pkg("tmp");
+        QDir().mkpath(tmp);
+        qputenv("TMPDIR", tmp.toLocal8Bit());
+        const QByteArray marker = "MARKER-7f3a9c1e-plaintext";
+        const QString path = pkg("Secret.qvm");
+        QCOMPARE(cli({"create", path, "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"add", path, "Bank", "--notes", QString::fromLatin1(marker), "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"add", path, "Mail", "--password", QString::fromLatin1(marker) + "2", "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"edit", path, "Bank", "--user", QString::fromLatin1(marker) + "3", "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"passwd", path, "--password-stdin"}, "pw\nn3w\n").code, 0);
+        QCOMPARE(cli({"show", path, "Bank", "--password-stdin"}, "n3w\n").code, 0);
+        QCOMPARE(cli({"rm", path, "Mail", "--password-stdin"}, "n3w\n").code, 0);
+        qunsetenv("TMPDIR");
+
+        QStringList found;
+        for (const QString &root : {m_home->path(), tmp}) {
+            QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+            while (it.hasNext()) {
+                const QString f = it.next();
+                if (readFile(f).contains(marker))
+                    found.append(f);
+            }
+        }
+        QVERIFY2(found.isEmpty(), qPrintable(found.join(", ")));
+        QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
+        QCOMPARE(openList(path, "n3w").size(), 1);
+    }
+
+    void anInterruptedSaveLeavesTheOldOrTheNewFile()
+    {
+        const QString path = pkg("Big.qvm");
+        const int n = 20000;
+        QVERIFY(makePackage(path, "pw", sampleEntries(n)));
+        QRandomGenerator rng(20261122);
+        int killed = 0;
+        for (int round = 0; round < 30; ++round) {
+            QProcess p;
+            p.setChildProcessModifier([] { ::setsid(); });
+            p.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline-cli",
+                    {"add", path, QStringLiteral("Added %1").arg(round), "--password-stdin"});
+            p.write("pw\n");
+            p.closeWriteChannel();
+            QVERIFY(p.waitForStarted());
+            QTest::qSleep(int(rng.bounded(400)));
+            if (p.state() == QProcess::Running) {
+                ::kill(pid_t(p.processId()), SIGKILL);
+                ++killed;
+            }
+            p.waitForFinished();
+            const EntryList list = openList(path);
+            QVERIFY2(list.size() >= n, qPrintable(QStringLiteral("round %1: the file did not open").arg(round)));
+            QVERIFY(list.size() <= n + round + 1);
+            // Killed runs leave their scratch directories; the next start-up removes them.
+            PasswordFile::removeLeftoverScratchDirectories();
+        }
+        QVERIFY(killed > 0);
+        qInfo("%d of 30 saves were killed", killed);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliFiles)
+#include "tst_cli_files.moc"

@@ -1,0 +1,427 @@
+// The password file package: formats, opening by keychain or prompt, the pre-2.0 upgrade,
+// conflict copies, saving and watching, password change, the keychain option, damage.
+
+#include "core/archive/KeyedArchive.h"
+#include "core/entries/Entry.h"
+#include "core/storage/PasswordFile.h"
+#include "platform/fake/MapKeychain.h"
+#include "support/FileSupport.h"
+#include "support/TestSupport.h"
+#include "support/TypedStreamWriter.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using namespace tess;
+using namespace tess::testsupport;
+
+namespace {
+
+QStringList names(const EntryList &list)
+{
+    QStringList out;
+    for (const QVariant &e : list)
+        out.append(entryName(e));
+    return out;
+}
+
+QStringList packageFiles(const QString &path)
+{
+    return QDir(path).entryList(QDir::Files | QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+QStringList scratchDirs()
+{
+    return QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden);
+}
+
+EntryList sampleList()
+{
+    return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::Password, "b4nk"}, {EntryKey::PasswordTabSwitch, true},
+                           {EntryKey::UserIDTabCount, qint64(2)}, {EntryKey::Notes, "line 1\nline 2"}},
+                     Entry{{EntryKey::Path, "Mail"}, {EntryKey::UserID, "me@example.com"}, {EntryKey::Button, ""}}};
+}
+
+} // namespace
+
+class TestPasswordFile : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScopedHome> m_home;
+    QString pkg(const QString &name) const { return m_home->path() + "/" + name; }
+
+private Q_SLOTS:
+    void init() { m_home = std::make_unique<ScopedHome>(); }
+    void cleanup() { m_home.reset(); }
+
+    void newFileOpensOnceMoreAndLosesItsPlaintext()
+    {
+        const QString path = pkg("New.qvm");
+        QVERIFY(PasswordFile::createPackage(path, "pw"));
+        QCOMPARE(packageFiles(path), QStringList{"Data"});
+        QVERIFY(!PasswordFile::createPackage(path, "pw")); // never over an existing one
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        MapKeychain keychain;
+        {
+            PasswordFile file(path, &keychain, &d);
+            QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+            QCOMPARE(d.prompts, QStringList{"Enter Password:"});
+            QCOMPARE(keychain.finds, 0); // a new file does not ask the keychain
+            QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+            QVERIFY(file.passwordArray().isEmpty());
+            QVERIFY(!file.passwordInKeychain());
+            QVERIFY(file.PWFileWriteable());
+            QCOMPARE(file.passwordFileName(), QStringLiteral("New"));
+            QVERIFY(file.tempDir().startsWith(QDir::homePath() + "/.QVM."));
+            struct stat st;
+            QCOMPARE(::stat(QFile::encodeName(file.tempDir()).constData(), &st), 0);
+            QCOMPARE(st.st_mode & 0777, 0700u);
+        }
+        QVERIFY(scratchDirs().isEmpty());
+    }
+
+    void opensByKeychainFirst()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        MapKeychain keychain;
+        keychain.items.insert({"Bank", "Tessaline"}, "pw");
+        ScriptedDelegate d;
+        PasswordFile file(path, &keychain, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QVERIFY(d.prompts.isEmpty());
+        QVERIFY(file.passwordInKeychain());
+        QCOMPARE(file.passwordArray(), sampleList());
+        QCOMPARE(file.passwordArray()[0].toMap().value(EntryKey::PasswordTabSwitch).typeId(), QMetaType::Bool);
+    }
+
+    void keychainFallsBackToThePrompt_data()
+    {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addColumn<bool>("refuse");
+        QTest::addColumn<bool>("inKeychain");
+        QTest::addRow("changed elsewhere") << QByteArray("old") << false << true;
+        QTest::addRow("access refused") << QByteArray("pw") << true << true;
+        QTest::addRow("no item") << QByteArray() << false << false;
+    }
+    void keychainFallsBackToThePrompt()
+    {
+        QFETCH(QByteArray, stored);
+        QFETCH(bool, refuse);
+        QFETCH(bool, inKeychain);
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        MapKeychain keychain;
+        if (!stored.isEmpty())
+            keychain.items.insert({"Bank", "Tessaline"}, stored);
+        keychain.refuseAccess = refuse;
+        ScriptedDelegate d;
+        d.passwords = {"wrong", "pw"};
+        PasswordFile file(path, &keychain, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(d.prompts, (QStringList{"Enter Password:", "PASSWORD INCORRECT! Enter Password:"}));
+        QCOMPARE(file.passwordInKeychain(), inKeychain);
+        QCOMPARE(file.passwordArray().size(), 2);
+    }
+
+    void cancellingLeavesNothing()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        const QStringList before = packageFiles(path);
+        ScriptedDelegate d;
+        d.passwords = {"wrong"};
+        MapKeychain keychain;
+        PasswordFile file(path, &keychain, &d);
+        QCOMPARE(file.open(PasswordFile::KeychainUse::Never), PasswordFile::OpenResult::Cancelled);
+        QCOMPARE(keychain.finds, 0);
+        QCOMPARE(d.prompts.size(), 2);
+        QVERIFY(scratchDirs().isEmpty());
+        QCOMPARE(packageFiles(path), before);
+    }
+
+    void formatDetection()
+    {
+        ScriptedDelegate d;
+        // Only a recent-websites file: not a password file.
+        const QString only = pkg("Only.qvm");
+        QDir().mkpath(only);
+        QVERIFY(writeBytes(only + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(QVariantList{}), "pw", false)));
+        PasswordFile a(only, nullptr, &d);
+        QCOMPARE(a.open(), PasswordFile::OpenResult::NotAPasswordFile);
+        QCOMPARE(d.messages, QStringList{"This is not a Tessaline file."});
+        QVERIFY(scratchDirs().isEmpty());
+
+        // Both formats: the current one wins.
+        const QString both = pkg("Both.qvm");
+        QVERIFY(makePackage(both, "pw", sampleList()));
+        QVERIFY(writeBytes(both + "/Data.qvme", "not even encrypted"));
+        d.passwords = {"pw"};
+        PasswordFile b(both, nullptr, &d);
+        QCOMPARE(b.open(), PasswordFile::OpenResult::Opened);
+        QVERIFY(!b.pre20File());
+        QCOMPARE(b.passwordArray(), sampleList());
+    }
+
+    void pre20FilesAreUpgraded_data()
+    {
+        QTest::addColumn<bool>("byKeychain");
+        QTest::addRow("opened by prompt") << false;
+        QTest::addRow("opened by keychain") << true;
+    }
+    void pre20FilesAreUpgraded()
+    {
+        QFETCH(bool, byKeychain);
+        const QString path = pkg("Old.qvm");
+        QDir().mkpath(path);
+        const EntryList entries = sampleList();
+        QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(entries), "pw", true)));
+        // The titles as Apple's NSArchiver wrote them, when the samples are at hand.
+        QStringList titles{"imm", "mut"};
+        QByteArray titleBytes = encodeTypedStream(QVariantList{"imm", "mut"});
+        if (!fixturesDir().isEmpty())
+            titleBytes = readFile(fixturesDir() + "/typedstream/crabstep_NestedStrings.typedstream");
+        QVERIFY(writeBytes(path + "/Recent Websites.qvme", encryptForFile(titleBytes, "pw", true)));
+
+        MapKeychain keychain;
+        if (byKeychain)
+            keychain.items.insert({"Old", "Tessaline"}, "pw");
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        {
+            PasswordFile file(path, &keychain, &d);
+            QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+            QVERIFY(!file.pre20File());
+            QCOMPARE(file.dataPath(), path + "/Data.qvmi");
+            QCOMPARE(file.passwordArray(), entries);
+            QCOMPARE(file.recentWebsiteTitles(), titles);
+        }
+        QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        ScriptedDelegate again;
+        again.passwords = {"pw"};
+        PasswordFile reopened(path, nullptr, &again);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(reopened.passwordArray(), entries);
+        QCOMPARE(reopened.passwordArray()[0].toMap().value(EntryKey::PasswordTabSwitch).typeId(), QMetaType::Bool);
+        QCOMPARE(reopened.recentWebsiteTitles(), titles);
+    }
+
+    void conflictCopiesAreMergedInsideThePackage()
+    {
+        const QString path = pkg("Sync.qvm");
+        const Entry bankOld{{EntryKey::Path, "Bank"}, {EntryKey::Password, "old"}};
+        const Entry bankNew{{EntryKey::Path, "Bank"}, {EntryKey::Password, "new"}};
+        const Entry mail{{EntryKey::Path, "Mail"}};
+        QVERIFY(makePackage(path, "pw", EntryList{bankOld, mail}, {"Mail"}));
+        QVERIFY(writeBytes(path + "/Data 2.qvmi",
+                           encryptForFile(archive::encodeKeyedArchive(EntryList{bankNew, mail, Entry{{EntryKey::Path, "News"}}}), "pw", false)));
+        QVERIFY(writeBytes(path + "/Recent Websites 2.qvmi",
+                           encryptForFile(archive::encodeKeyedArchive(QVariantList{"News", "Mail"}), "pw", false)));
+        QVERIFY(writeBytes(path + "/Data 3.tmp", "junk"));
+        QVERIFY(writeBytes(path + "/Data 4.qvmi", encryptForFile(archive::encodeKeyedArchive(EntryList{}), "other", false)));
+        QVERIFY(writeBytes(path + "/notes.txt", "mine"));
+        // A file of the same name in the current directory is none of our business.
+        QDir::setCurrent(m_home->path());
+        QVERIFY(writeBytes(m_home->path() + "/Data 2.qvmi", "unrelated"));
+
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        {
+            PasswordFile file(path, nullptr, &d);
+            QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+            QCOMPARE(names(file.passwordArray()), (QStringList{"Bank", "Bank (CONFLICTED)", "Mail", "News"}));
+            QCOMPARE(file.recentWebsiteTitles(), (QStringList{"News", "Mail"}));
+        }
+        // A copy under another password is kept, not lost.
+        QCOMPARE(packageFiles(path), (QStringList{"Data 4.qvmi", "Data.qvmi", "Recent Websites.qvmi", "notes.txt"}));
+        QVERIFY(QFile::exists(m_home->path() + "/Data 2.qvmi"));
+        d.passwords = {"pw"};
+        PasswordFile reopened(path, nullptr, &d);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(reopened.passwordArray().size(), 4);
+        QCOMPARE(reopened.passwordArray()[1].toMap().value(EntryKey::Password).toString(), QStringLiteral("new"));
+    }
+
+    void savingSortsAndTheWatcherIgnoresOurOwnWrites()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile mine(path, nullptr, &d);
+        QCOMPARE(mine.open(), PasswordFile::OpenResult::Opened);
+        mine.passwordArray().append(Entry{{EntryKey::Path, "Apple"}});
+        QVERIFY(mine.save());
+        QCOMPARE(names(mine.passwordArray()), (QStringList{"Apple", "Bank", "Mail"}));
+        QVERIFY(!mine.fileChanged());
+        QVERIFY(!mine.checkForUpdates().entriesReloaded);
+
+        // Another copy of the program changes the file.
+        PasswordFile theirs(path, nullptr, &d);
+        QCOMPARE(theirs.open(), PasswordFile::OpenResult::Opened);
+        theirs.passwordArray().append(Entry{{EntryKey::Path, "Zeta"}});
+        QVERIFY(theirs.save());
+        QVERIFY(mine.fileChanged());
+        QVERIFY(mine.readPasswordFileDataIfChanged().entriesReloaded);
+        QCOMPARE(names(mine.passwordArray()), (QStringList{"Apple", "Bank", "Mail", "Zeta"}));
+        QVERIFY(!mine.checkForUpdates().entriesReloaded);
+    }
+
+    void aReloadThatCannotDecryptKeepsTheList()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile mine(path, nullptr, &d);
+        QCOMPARE(mine.open(), PasswordFile::OpenResult::Opened);
+        QTest::qWait(5);
+        QVERIFY(makePackage(path, "another", EntryList{}));
+        mine.checkForUpdates();
+        QCOMPARE(mine.passwordArray(), sampleList());
+    }
+
+    void aFailedSaveKeepsTheChangeInMemoryAndTheFileOnDisk()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", testsupport::sampleEntries(200)));
+        const QByteArray before = readFile(path + "/Data.qvmi");
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        file.passwordArray().append(Entry{{EntryKey::Path, "Added"}});
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit old{}, small{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        small = old;
+        small.rlim_cur = 4096; // as if the disk were full
+        setrlimit(RLIMIT_FSIZE, &small);
+        const bool saved = file.save();
+        setrlimit(RLIMIT_FSIZE, &old);
+        QVERIFY(!saved);
+        QCOMPARE(d.messages, QStringList{PasswordFile::kSaveFailed});
+        QVERIFY(names(file.passwordArray()).contains("Added"));
+        QCOMPARE(readFile(path + "/Data.qvmi"), before);
+        QVERIFY(file.save());
+    }
+
+    void changingThePassword()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        MapKeychain keychain;
+        keychain.items.insert({"Bank", "Tessaline"}, "pw");
+        ScriptedDelegate d;
+        {
+            PasswordFile file(path, &keychain, &d);
+            QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+            QVERIFY(!file.changePassword()); // cancelled at the current password
+            QCOMPARE(d.messages, QStringList{"Password not changed."});
+            d.passwords = {"pw"};
+            d.newPasswords = {"n3w"};
+            QVERIFY(file.changePassword());
+            QCOMPARE(d.prompts.last(), PasswordFile::kChangePasswordPrompt);
+            QCOMPARE(d.messages.last(), QStringLiteral("Password changed."));
+            QCOMPARE(keychain.items.value({"Bank", "Tessaline"}), QByteArray("n3w"));
+        }
+        ScriptedDelegate again;
+        again.passwords = {"pw", "n3w"};
+        PasswordFile reopened(path, nullptr, &again);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(again.prompts.size(), 2);
+        QCOMPARE(reopened.passwordArray(), sampleList());
+    }
+
+    void theKeychainOption()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        MapKeychain keychain;
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, &keychain, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QVERIFY(!file.passwordInKeychain());
+        file.toggleSavePWInKeychain(false); // cancelled: nothing changes
+        QVERIFY(!file.passwordInKeychain());
+        QVERIFY(keychain.items.isEmpty());
+        d.passwords = {"pw"};
+        file.toggleSavePWInKeychain(false);
+        QCOMPARE(d.prompts.last(), PasswordFile::kKeychainPrompt);
+        QVERIFY(file.passwordInKeychain());
+        QCOMPARE(keychain.items.value({"Bank", "Tessaline"}), QByteArray("pw"));
+        file.toggleSavePWInKeychain(true);
+        QVERIFY(!file.passwordInKeychain());
+        QVERIFY(keychain.items.isEmpty());
+
+        // Re-keyed since it was opened: the item is stored, the flag stays off.
+        d.passwords = {"pw"};
+        d.newPasswords = {"n3w"};
+        QVERIFY(file.changePassword());
+        d.passwords = {"n3w"};
+        file.toggleSavePWInKeychain(false);
+        QCOMPARE(keychain.items.value({"Bank", "Tessaline"}), QByteArray("n3w"));
+        QVERIFY(!file.passwordInKeychain());
+    }
+
+    void damagedFilesAreRefusedAndLeftAlone_data()
+    {
+        QTest::addColumn<QString>("damage");
+        QTest::addRow("truncated") << "truncated";
+        // The format has no checksum: damage in the middle can decrypt to a readable list with
+        // a garbled text. Damage to the last block breaks the padding and is always caught.
+        QTest::addRow("last byte flipped") << "flipped";
+        QTest::addRow("zero length") << "empty";
+        QTest::addRow("directory") << "directory";
+    }
+    void damagedFilesAreRefusedAndLeftAlone()
+    {
+        QFETCH(QString, damage);
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", testsupport::sampleEntries(20)));
+        const QString data = path + "/Data.qvmi";
+        QByteArray bytes = readFile(data);
+        if (damage == "truncated")
+            bytes.chop(7);
+        else if (damage == "flipped")
+            bytes[bytes.size() - 1] = char(bytes[bytes.size() - 1] ^ 0x40);
+        else if (damage == "empty")
+            bytes.clear();
+        if (damage == "directory") {
+            QFile::remove(data);
+            QDir().mkpath(data);
+        } else {
+            QVERIFY(writeBytes(data, bytes));
+        }
+        const QStringList before = packageFiles(path);
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Cancelled);
+        QCOMPARE(d.prompts.last(), QStringLiteral("PASSWORD INCORRECT! Enter Password:"));
+        QCOMPARE(packageFiles(path), before);
+        if (damage != "directory")
+            QCOMPARE(readFile(data), bytes);
+    }
+
+    void leftoverScratchDirectoriesAreRemoved()
+    {
+        QDir home = QDir::home();
+        QVERIFY(home.mkpath(".QVM.AbCdEfGh/sub"));
+        QVERIFY(writeBytes(home.filePath(".QVM.AbCdEfGh/Data"), "plaintext"));
+        QVERIFY(home.mkpath(".QVMX"));
+        QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 1);
+        QVERIFY(!home.exists(".QVM.AbCdEfGh"));
+        QVERIFY(home.exists(".QVMX"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPasswordFile)
+#include "tst_passwordfile.moc"
