@@ -11,3 +11,5 @@ if [ -x "$root/build/gnustep-peer" ]; then
   echo "== GNUstep NSKeyedArchiver / NSKeyedUnarchiver (quadratic encoder: small sizes only)"
   for n in 100 300 1000; do "$root/build/gnustep-peer" bench "$n"; done
 fi
+echo "== Python plistlib on the same lists (a yardstick for this machine's speed)"
+python3 "$root/bench/peers/plistlib_peer.py" 1000 10000

@@ -27,7 +27,7 @@ private:
         std::uint32_t objectsIndex = 0;
         for (std::uint32_t i = 0; i < doc.objects.size(); ++i) {
             const auto r = doc.refs(i);
-            if (doc.objects[i].kind == bplist::Kind::Array && !r.empty() && doc.objects[r[0]].string == u"$null")
+            if (doc.objects[i].kind == bplist::Kind::Array && !r.empty() && doc.string(r[0]) == u"$null")
                 objectsIndex = i;
         }
         // $objects: 0 $null, 1 root array {NS.objects, $class, [UID 2], UID(class)}, 2 "a", 3 class.
@@ -164,31 +164,31 @@ private Q_SLOTS:
             const auto r = doc.refs(d);
             const std::size_t n = r.size() / 2;
             for (std::size_t i = 0; i < n; ++i)
-                if (obj(r[i]).string == key)
+                if (doc.string(r[i]) == key)
                     return &obj(r[n + i]);
             return nullptr;
         };
         const bplist::Object &top = obj(doc.top);
-        QCOMPARE(member(top, "$archiver")->string, QStringLiteral("NSKeyedArchiver"));
+        QCOMPARE(doc.string(*member(top, "$archiver")), QStringLiteral("NSKeyedArchiver"));
         QCOMPARE(member(top, "$version")->integer, 100000);
         QCOMPARE(member(*member(top, "$top"), "root")->integer, 1);
         const bplist::Object &objects = *member(top, "$objects");
-        QCOMPARE(obj(doc.refs(objects)[0]).string, QStringLiteral("$null"));
+        QCOMPARE(doc.string(doc.refs(objects)[0]), QStringLiteral("$null"));
         auto archived = [&](int n) -> const bplist::Object & { return obj(doc.refs(objects)[std::size_t(n)]); };
         // 1 root array, 2 first dict, 3 "a", 4 "x", 5 NSMutableDictionary class,
         // 6 second dict ("a" shared), 7 "y", 8 NSMutableArray class.
         QCOMPARE(objects.refCount, 9u);
         QCOMPARE(member(archived(1), "$class")->integer, 8);
         QCOMPARE(member(archived(2), "$class")->integer, 5);
-        QCOMPARE(archived(3).string, QStringLiteral("a"));
-        QCOMPARE(archived(4).string, QStringLiteral("x"));
-        QCOMPARE(member(archived(5), "$classname")->string, QStringLiteral("NSMutableDictionary"));
+        QCOMPARE(doc.string(archived(3)), QStringLiteral("a"));
+        QCOMPARE(doc.string(archived(4)), QStringLiteral("x"));
+        QCOMPARE(doc.string(*member(archived(5), "$classname")), QStringLiteral("NSMutableDictionary"));
         const bplist::Object &chain = *member(archived(5), "$classes");
         QCOMPARE(chain.refCount, 3u);
-        QCOMPARE(obj(doc.refs(chain)[1]).string, QStringLiteral("NSDictionary"));
-        QCOMPARE(obj(doc.refs(chain)[2]).string, QStringLiteral("NSObject"));
-        QCOMPARE(member(archived(8), "$classname")->string, QStringLiteral("NSMutableArray"));
-        QCOMPARE(archived(7).string, QStringLiteral("y"));
+        QCOMPARE(doc.string(doc.refs(chain)[1]), QStringLiteral("NSDictionary"));
+        QCOMPARE(doc.string(doc.refs(chain)[2]), QStringLiteral("NSObject"));
+        QCOMPARE(doc.string(*member(archived(8), "$classname")), QStringLiteral("NSMutableArray"));
+        QCOMPARE(doc.string(archived(7)), QStringLiteral("y"));
     }
 
     void independentPlistReaderAgrees()
@@ -208,7 +208,7 @@ private Q_SLOTS:
         QVERIFY(bplist::parse(bytes, &doc, nullptr));
         std::size_t ours = 0;
         for (const auto &o : doc.objects)
-            if (o.kind == bplist::Kind::Array && o.refCount && doc.objects[doc.refs(o)[0]].string == u"$null")
+            if (o.kind == bplist::Kind::Array && o.refCount && doc.string(doc.refs(o)[0]) == u"$null")
                 ours = o.refCount;
         QVERIFY(ours > 50);
         QCOMPARE(std::size_t(plist_array_get_size(objects)), ours);
@@ -254,14 +254,14 @@ private Q_SLOTS:
             return bplist::write(doc);
         };
         QTest::addRow("wrong archiver") << archiveWith([](bplist::Document &d) {
-            for (auto &o : d.objects)
-                if (o.string == u"NSKeyedArchiver")
-                    o.string = QStringLiteral("NSArchiver");
+            for (std::uint32_t i = 0; i < d.objects.size(); ++i)
+                if (d.string(i) == u"NSKeyedArchiver")
+                    d.setString(i, QStringLiteral("NSArchiver"));
         }) << "wrong $archiver";
         QTest::addRow("missing $top") << archiveWith([](bplist::Document &d) {
-            for (auto &o : d.objects)
-                if (o.string == u"$top")
-                    o.string = QStringLiteral("$pot");
+            for (std::uint32_t i = 0; i < d.objects.size(); ++i)
+                if (d.string(i) == u"$top")
+                    d.setString(i, QStringLiteral("$pot"));
         }) << "without $top";
         QTest::addRow("UID out of range") << archiveWith([](bplist::Document &d) {
             for (auto &o : d.objects)

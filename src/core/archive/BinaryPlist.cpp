@@ -38,6 +38,8 @@ public:
         m_end = tableOffset; // objects live between the header and the offset table
         m_out->objects.clear();
         m_out->objects.resize(count);
+        m_out->stringPool.clear();
+        m_out->dataPool.clear();
         m_out->refPool.clear();
         // References take at most the bytes between the objects and the offset table.
         m_out->refPool.reserve(std::size_t(std::min<std::uint64_t>(count * 2, tableOffset)));
@@ -167,23 +169,12 @@ private:
             const std::uint64_t bytes = hi == 0x6 ? len * 2 : len;
             if (len > m_end || !need(pos, bytes))
                 return fail(QStringLiteral("string or data longer than the file"));
-            const char *p = reinterpret_cast<const char *>(m_data + pos);
-            if (hi == 0x4) {
-                o->kind = Kind::Data;
-                o->data = QByteArray(p, qsizetype(len));
-                return true;
-            }
-            o->kind = Kind::String;
-            if (hi == 0x5) {
-                o->string = QString::fromLatin1(p, qsizetype(len));
-            } else if (hi == 0x7) {
-                o->string = QString::fromUtf8(p, qsizetype(len));
-            } else {
-                o->string.resize(qsizetype(len));
-                char16_t *d = reinterpret_cast<char16_t *>(o->string.data());
-                for (std::uint64_t i = 0; i < len; ++i)
-                    d[i] = char16_t(readBE(m_data + pos + 2 * i, 2));
-            }
+            if (len > 0xFFFFFFFFu)
+                return fail(QStringLiteral("string or data longer than the file"));
+            o->kind = hi == 0x4 ? Kind::Data : Kind::String;
+            o->text = hi == 0x6 ? Object::Text::Utf16 : hi == 0x7 ? Object::Text::Utf8 : Object::Text::Ascii;
+            o->integer = std::int64_t(pos);
+            o->refCount = std::uint32_t(len);
             return true;
         }
         case 0x8: {
@@ -353,12 +344,19 @@ private:
                 putBE(bits, 8);
             }
             break;
-        case Kind::Data:
-            putMarker(0x4, std::uint64_t(o.data.size()));
-            m_out.append(o.data.constData(), std::size_t(o.data.size()));
+        case Kind::Data: {
+            const QByteArray d = m_doc.data(o);
+            putMarker(0x4, std::uint64_t(d.size()));
+            m_out.append(d.constData(), std::size_t(d.size()));
             break;
+        }
         case Kind::String:
-            writeString(o.string);
+            if (o.text == Object::Text::Ascii) { // still the parsed bytes: copy them as they are
+                putMarker(0x5, o.refCount);
+                m_out.append(m_doc.source.constData() + o.integer, o.refCount);
+            } else {
+                writeString(m_doc.string(o));
+            }
             break;
         case Kind::Uid: {
             const std::uint64_t v = std::uint64_t(o.integer);
@@ -397,7 +395,79 @@ private:
 
 bool parse(const QByteArray &bytes, Document *out, QString *error)
 {
+    out->source = bytes;
     return Reader(bytes, out, error).run();
+}
+
+QString Document::string(const Object &o) const
+{
+    if (o.kind != Kind::String)
+        return {};
+    const char *p = source.constData() + o.integer;
+    switch (o.text) {
+    case Object::Text::Ascii:
+        return QString::fromLatin1(p, qsizetype(o.refCount));
+    case Object::Text::Utf8:
+        return QString::fromUtf8(p, qsizetype(o.refCount));
+    case Object::Text::Utf16: {
+        QString s(qsizetype(o.refCount), Qt::Uninitialized);
+        char16_t *d = reinterpret_cast<char16_t *>(s.data());
+        const unsigned char *b = reinterpret_cast<const unsigned char *>(p);
+        for (std::uint32_t i = 0; i < o.refCount; ++i)
+            d[i] = char16_t((b[2 * i] << 8) | b[2 * i + 1]);
+        return s;
+    }
+    case Object::Text::Owned:
+        return stringPool[std::size_t(o.integer)];
+    }
+    return {};
+}
+
+QByteArray Document::data(const Object &o) const
+{
+    if (o.kind != Kind::Data)
+        return {};
+    if (o.text == Object::Text::Owned)
+        return dataPool[std::size_t(o.integer)];
+    return QByteArray(source.constData() + o.integer, qsizetype(o.refCount));
+}
+
+bool Document::stringEquals(const Object &o, std::string_view ascii) const
+{
+    if (o.kind != Kind::String)
+        return false;
+    if (o.text == Object::Text::Ascii)
+        return o.refCount == ascii.size() && std::memcmp(source.constData() + o.integer, ascii.data(), ascii.size()) == 0;
+    return string(o) == QLatin1StringView(ascii.data(), qsizetype(ascii.size()));
+}
+
+std::uint32_t Document::addString(const QString &s)
+{
+    Object o(Kind::String);
+    o.text = Object::Text::Owned;
+    o.integer = std::int64_t(stringPool.size());
+    stringPool.push_back(s);
+    objects.push_back(o);
+    return std::uint32_t(objects.size() - 1);
+}
+
+std::uint32_t Document::addData(const QByteArray &d)
+{
+    Object o(Kind::Data);
+    o.text = Object::Text::Owned;
+    o.integer = std::int64_t(dataPool.size());
+    dataPool.push_back(d);
+    objects.push_back(o);
+    return std::uint32_t(objects.size() - 1);
+}
+
+void Document::setString(std::uint32_t index, const QString &s)
+{
+    Object &o = objects[index];
+    o.kind = Kind::String;
+    o.text = Object::Text::Owned;
+    o.integer = std::int64_t(stringPool.size());
+    stringPool.push_back(s);
 }
 
 QByteArray write(const Document &doc)

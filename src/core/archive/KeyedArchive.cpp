@@ -4,6 +4,7 @@
 
 #include <QHash>
 
+#include <map>
 #include <unordered_map>
 
 namespace tess::archive {
@@ -65,7 +66,7 @@ private:
         m_doc.objects.push_back(std::move(o));
         return std::uint32_t(m_doc.objects.size() - 1);
     }
-    std::uint32_t addString(const QString &s) { return add(Object::makeString(s)); }
+    std::uint32_t addString(const QString &s) { return m_doc.addString(s); }
 
     std::uint32_t uid(std::uint32_t number)
     {
@@ -158,12 +159,8 @@ private:
         case QMetaType::QString:
             // Like Apple's archiver, values are not merged by content; keys are (below).
             return archive(addString(v.toString()));
-        case QMetaType::QByteArray: {
-            Object o;
-            o.kind = Kind::Data;
-            o.data = v.toByteArray();
-            return archive(add(std::move(o)));
-        }
+        case QMetaType::QByteArray:
+            return archive(m_doc.addData(v.toByteArray()));
         case QMetaType::QStringList:
         case QMetaType::QVariantList: {
             const QVariantList list = v.toList();
@@ -243,22 +240,22 @@ public:
         const Object &top = m_doc.objects[m_doc.top];
         if (top.kind != Kind::Dict)
             return fail(error, QStringLiteral("not a keyed archive"));
-        const Object *archiver = member(top, u"$archiver");
-        if (!archiver || archiver->kind != Kind::String || archiver->string != QLatin1String("NSKeyedArchiver"))
+        const Object *archiver = member(top, "$archiver");
+        if (!archiver || !m_doc.stringEquals(*archiver, "NSKeyedArchiver"))
             return fail(error, QStringLiteral("not a keyed archive (wrong $archiver)"));
-        const Object *version = member(top, u"$version");
+        const Object *version = member(top, "$version");
         if (!version || version->kind != Kind::Int || version->integer != 100000)
             return fail(error, QStringLiteral("unsupported keyed archive version"));
-        const Object *topDict = member(top, u"$top");
+        const Object *topDict = member(top, "$top");
         if (!topDict || topDict->kind != Kind::Dict)
             return fail(error, QStringLiteral("keyed archive without $top"));
         // Our files always use "root"; other archiving calls name their objects "$0", "$1"...
-        const Object *root = member(*topDict, u"root");
+        const Object *root = member(*topDict, "root");
         if (!root)
-            root = member(*topDict, u"$0");
+            root = member(*topDict, "$0");
         if (!root || root->kind != Kind::Uid)
             return fail(error, QStringLiteral("keyed archive without a root object"));
-        const Object *objects = member(top, u"$objects");
+        const Object *objects = member(top, "$objects");
         if (!objects || objects->kind != Kind::Array)
             return fail(error, QStringLiteral("keyed archive without $objects"));
         m_objects = m_doc.refs(*objects);
@@ -294,16 +291,14 @@ private:
         if (k == Unknown) {
             const Object &o = m_doc.objects[plistIndex];
             k = Other;
-            if (o.kind == Kind::String) {
-                if (o.string == QLatin1String("NS.keys"))
-                    k = NSKeys;
-                else if (o.string == QLatin1String("NS.objects"))
-                    k = NSObjects;
-                else if (o.string == QLatin1String("$class"))
-                    k = Class;
-                else if (o.string == QLatin1String("NS.string"))
-                    k = NSString;
-            }
+            if (m_doc.stringEquals(o, "NS.keys"))
+                k = NSKeys;
+            else if (m_doc.stringEquals(o, "NS.objects"))
+                k = NSObjects;
+            else if (m_doc.stringEquals(o, "$class"))
+                k = Class;
+            else if (m_doc.stringEquals(o, "NS.string"))
+                k = NSString;
         }
         return k;
     }
@@ -319,13 +314,12 @@ private:
     }
 
     // The value for a string key of a plist dictionary, or null.
-    const Object *member(const Object &dict, QStringView key) const
+    const Object *member(const Object &dict, std::string_view key) const
     {
         const auto refs = m_doc.refs(dict);
         const std::size_t n = refs.size() / 2;
         for (std::size_t i = 0; i < n; ++i) {
-            const Object &k = m_doc.objects[refs[i]];
-            if (k.kind == Kind::String && k.string == key)
+            if (m_doc.stringEquals(m_doc.objects[refs[i]], key))
                 return &m_doc.objects[refs[n + i]];
         }
         return nullptr;
@@ -362,9 +356,11 @@ private:
         if (depth > kMaxDepth)
             return error(QStringLiteral("nesting too deep"));
         const std::uint32_t plistIndex = m_objects[number];
-        // Scalars are cheap to decode again; instances are decoded once, which also bounds the
-        // work on archives that share one subtree many times, and catches cycles.
-        if (m_doc.objects[plistIndex].kind != Kind::Dict)
+        // Numbers are cheap to decode again. Strings are made once (dictionary keys are shared by
+        // every entry); instances are decoded once, which also bounds the work on archives that
+        // share one subtree many times, and catches cycles.
+        const Kind kind = m_doc.objects[plistIndex].kind;
+        if (kind != Kind::Dict && kind != Kind::String)
             return decodeFresh(plistIndex, depth);
         switch (m_state[number]) {
         case State::Done:
@@ -388,7 +384,7 @@ private:
         const Object &o = m_doc.objects[plistIndex];
         switch (o.kind) {
         case Kind::String:
-            return o.string;
+            return m_doc.string(o);
         case Kind::Int:
             return QVariant::fromValue<qint64>(o.integer);
         case Kind::Bool:
@@ -396,7 +392,7 @@ private:
         case Kind::Real:
             return o.real32 ? QVariant(float(o.real)) : QVariant(o.real);
         case Kind::Data:
-            return o.data;
+            return m_doc.data(o);
         case Kind::Dict:
             return decodeInstance(o, depth);
         default:
@@ -413,10 +409,10 @@ private:
         const Object &clsDict = m_doc.objects[m_objects[clsNumber]];
         std::int8_t &kind = m_classKinds[clsNumber];
         if (kind == -2) {
-            const Object *name = clsDict.kind == Kind::Dict ? member(clsDict, u"$classname") : nullptr;
+            const Object *name = clsDict.kind == Kind::Dict ? member(clsDict, "$classname") : nullptr;
             if (!name || name->kind != Kind::String)
                 return error(QStringLiteral("bad class description"));
-            const QString &n = name->string;
+            const QString n = m_doc.string(*name);
             kind = (n == QLatin1String("NSArray") || n == QLatin1String("NSMutableArray")) ? ArrayClass
                  : (n == QLatin1String("NSDictionary") || n == QLatin1String("NSMutableDictionary")) ? DictionaryClass
                  : (n == QLatin1String("NSString") || n == QLatin1String("NSMutableString")) ? StringClass
@@ -444,7 +440,9 @@ private:
             const Object *values = instanceMember(o, NSObjects);
             if (!isUidArray(keys) || !isUidArray(values) || keys->refCount != values->refCount)
                 return error(QStringLiteral("bad dictionary"));
-            QVariantMap map;
+            // Built as a std::map and handed over whole: QMap's own insert detaches and
+            // checks on every call.
+            std::map<QString, QVariant> map;
             for (std::uint32_t i = 0; i < keys->refCount; ++i) {
                 const QVariant k = decode(uidAt(keys, i), depth + 1);
                 if (!m_error.isEmpty())
@@ -457,17 +455,17 @@ private:
                 if (!v.isValid())
                     return error(QStringLiteral("nil inside a dictionary"));
                 // Keys mostly arrive in order (ours are written sorted): hint the end.
-                map.insert(map.cend(), k.toString(), std::move(v));
+                map.emplace_hint(map.end(), *static_cast<const QString *>(k.constData()), std::move(v));
             }
-            return map;
+            return QVariantMap(std::move(map));
         }
         if (kind == StringClass) {
             const Object *s = instanceMember(o, NSString);
             if (!s || s->kind != Kind::String)
                 return error(QStringLiteral("bad string"));
-            return s->string;
+            return m_doc.string(*s);
         }
-        return error(QStringLiteral("unsupported class %1").arg(member(clsDict, u"$classname")->string));
+        return error(QStringLiteral("unsupported class %1").arg(m_doc.string(*member(clsDict, "$classname"))));
     }
 
     bplist::Document m_doc;

@@ -233,10 +233,17 @@ bool PasswordFile::getFilePasswordFromUserWithPrompt(const QString &prompt, bool
 
 bool PasswordFile::decryptDataAtPath(const QString &path)
 {
+    // Decrypted and unarchived in memory: the plaintext the loading step would read back from
+    // the scratch directory, and then securely delete, never needs to touch the disk.
     m_decrypted.clear();
-    if (!m_crypt->decrypt(path, m_tempDataPath, false))
+    QFile in(path);
+    if (!in.open(QIODevice::ReadOnly))
         return false;
-    m_decrypted = unarchive(m_tempDataPath);
+    QByteArray plain = m_crypt->doCrypt(in.readAll(), false);
+    if (plain.isNull())
+        return false;
+    m_decrypted = m_pre20File ? archive::decodeTypedStream(plain) : archive::decodeKeyedArchive(plain);
+    plain.fill('\0');
     return m_decrypted.isValid();
 }
 

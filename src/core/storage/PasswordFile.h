@@ -140,8 +140,7 @@ private:
     RecentWebsiteTitles m_recent;
     qint64 m_lastDataModificationTime = -2;
     qint64 m_lastRecentWebsitesModificationTime = -2;
-    // What decryptDataAtPath last unarchived from the scratch "Data", so that loading right
-    // after does not read and decode the same bytes again.
+    // What decryptDataAtPath last decrypted and unarchived, for the loading step.
     QVariant m_decrypted;
 };
 
