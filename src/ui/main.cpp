@@ -1,41 +1,51 @@
 // Tessaline: the desktop application.
 
 #include "core/app/QWPrefs.h"
+#include "platform/linux/SecretServiceKeychain.h"
+#include "ui/Controller.h"
+#include "ui/MyDocument.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QLabel>
-#include <QMainWindow>
+#include <QScreen>
 #include <QTimer>
 
 int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tessaline"));
+    QApplication::setApplicationVersion(QStringLiteral(TESSALINE_VERSION));
     QApplication::setDesktopFileName(tess::kApplicationID);
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Tessaline"));
-    auto *label = new QLabel(QStringLiteral(
-        "<h2>Tessaline</h2><p>A password manager that logs you in: it opens a website in your "
-        "browser and types your user ID and password for you.</p>"));
-    label->setMargin(24);
-    label->setWordWrap(true);
-    window.setCentralWidget(label);
-    window.resize(480, 240);
-    window.show();
 
     QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("A password manager that logs you in."));
+    parser.addHelpOption();
+    parser.addVersionOption();
     QCommandLineOption screenshot(QStringLiteral("screenshot"),
-                                  QStringLiteral("Save a picture of the first window to FILE, then quit."),
+                                  QStringLiteral("Save a picture of the screen to FILE once the first window is up, then quit."),
                                   QStringLiteral("FILE"));
     parser.addOption(screenshot);
-    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Password files (.qvm folders) to open."), QStringLiteral("[FILE.qvm...]"));
     parser.process(app);
+
+    tess::SecretServiceKeychain keychain;
+    tess::Controller controller(&keychain);
+    controller.awakeFromNib();
+
     if (parser.isSet(screenshot)) {
-        QTimer::singleShot(1500, &app, [&] {
-            window.grab().save(parser.value(screenshot));
-            QApplication::quit();
+        const QString file = parser.value(screenshot);
+        QTimer::singleShot(2000, &app, [file] {
+            QGuiApplication::primaryScreen()->grabWindow(0).save(file);
+            QCoreApplication::exit(0);
         });
     }
+
+    QTimer::singleShot(0, &controller, [&] {
+        const QStringList files = parser.positionalArguments();
+        if (files.isEmpty())
+            controller.applicationOpenUntitledFile();
+        for (const QString &f : files)
+            controller.openFile(f);
+    });
     return app.exec();
 }

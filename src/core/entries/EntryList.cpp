@@ -173,3 +173,37 @@ bool mergeConflictingEntries(EntryList &list, const EntryList &copy)
 }
 
 } // namespace tess
+
+namespace tess {
+
+QString entryToolTip(const Entry &e, bool hoverUserID, bool hoverPassword, bool hoverURL, bool hoverNotes)
+{
+    QString text;
+    const QString user = e.value(EntryKey::UserID).toString();
+    if (hoverUserID && !user.isEmpty()) {
+        text = QStringLiteral("User ID: ") + user;
+        if (e.contains(EntryKey::UserID2))
+            text += u' ' + e.value(EntryKey::UserID2).toString();
+    }
+    const QString password = e.value(EntryKey::Password).toString();
+    if (hoverPassword && !password.isEmpty()) {
+        if (e.contains(EntryKey::UserID))
+            text += u'\n';
+        text += QStringLiteral("Password: ") + password;
+    }
+    const QString url = e.value(EntryKey::URL).toString();
+    if (hoverURL && !url.isEmpty()) {
+        if (!text.isEmpty())
+            text += u'\n';
+        text += QStringLiteral("URL: ") + url;
+    }
+    const QString notes = e.value(EntryKey::Notes).toString();
+    if (hoverNotes && !notes.isEmpty()) {
+        if (!text.isEmpty())
+            text += u'\n';
+        text += QStringLiteral("Notes: ") + notes;
+    }
+    return text;
+}
+
+} // namespace tess

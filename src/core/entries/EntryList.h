@@ -37,3 +37,12 @@ QString droppedEntryName(const EntryList &list, const QString &name);
 bool mergeConflictingEntries(EntryList &list, const EntryList &copy);
 
 } // namespace tess
+
+namespace tess {
+
+// The entry table's hover text: user ID(s), password, URL and notes, each only when its
+// setting is on and the value is there. A password after no user ID still starts a new line
+// when the entry has a "websiteUserID" key, as it always has.
+QString entryToolTip(const Entry &entry, bool hoverUserID, bool hoverPassword, bool hoverURL, bool hoverNotes);
+
+} // namespace tess

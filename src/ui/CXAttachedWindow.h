@@ -1,0 +1,36 @@
+#pragma once
+// A borderless window with an arrow, attached to points of another window: the callout in
+// which the entry editor appears. Run modally, it ends with an integer result code.
+
+#include <QDialog>
+#include <QPointer>
+
+namespace tess {
+
+class CXAttachedWindow : public QDialog {
+    Q_OBJECT
+
+public:
+    // leftAnchor and rightAnchor are in the window's content coordinates; the callout sits
+    // below the left anchor when it fits, otherwise above it, with its arrow on the anchor.
+    CXAttachedWindow(QWidget *view, QWidget *window, QPoint leftAnchor, QPoint rightAnchor, int distance);
+
+    int runModal() { return exec(); }
+    void detach();
+    bool arrowPointsUp() const { return m_arrowUp; }
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void place();
+
+    QPointer<QWidget> m_window;
+    QPoint m_leftAnchor, m_rightAnchor;
+    int m_distance;
+    bool m_arrowUp = true;
+    int m_arrowX = 40;
+};
+
+} // namespace tess

@@ -1,0 +1,819 @@
+#include "MyDocument.h"
+
+#include "core/app/QWPrefs.h"
+#include "core/archive/KeyedArchive.h"
+#include "core/entries/EntryList.h"
+#include "core/entries/Search.h"
+#include "ui/CXAttachedWindow.h"
+#include "ui/Controller.h"
+#include "ui/Globals.h"
+#include "ui/Panels.h"
+#include "ui/QWCellTableViewArray.h"
+#include "ui/WebsitePasswordManager.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QPainter>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStyle>
+#include <QToolButton>
+#include <QUrl>
+#include <QVBoxLayout>
+
+namespace tess {
+
+namespace {
+
+const QString kPWItems = QStringLiteral("PW Items");
+const QString kDBPath = QStringLiteral("DB Path");
+
+QIcon websiteIcon(bool enabled)
+{
+    if (!enabled)
+        return QIcon(); // "blank"
+    QPixmap pm(16, 16);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(QColor(0x1f, 0x6f, 0xd0), 1.5));
+    p.drawEllipse(QRectF(1.5, 1.5, 13, 13));
+    p.drawLine(QPointF(1.5, 8), QPointF(14.5, 8));
+    p.drawEllipse(QRectF(5, 1.5, 6, 13));
+    return QIcon(pm);
+}
+
+} // namespace
+
+MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *parent)
+    : QMainWindow(parent), m_file(packagePath, keychain, this)
+{
+    setAttribute(Qt::WA_DeleteOnClose);
+    buildWindow();
+    buildEditor();
+    buildMenus();
+    m_wpm = new WebsitePasswordManager(this, &m_file);
+    setWindowTitle(QFileInfo(packagePath).completeBaseName() + QStringLiteral(" — Tessaline"));
+    setWindowFilePath(packagePath);
+    updateTimer.setInterval(10000);
+    connect(&updateTimer, &QTimer::timeout, this, [this] {
+        const auto r = m_file.checkForUpdates();
+        if (r.entriesReloaded || r.merged)
+            reloadTable();
+    });
+    passwordTimer.setSingleShot(true);
+    connect(&passwordTimer, &QTimer::timeout, this, &MyDocument::setPromptForPassword);
+}
+
+MyDocument::~MyDocument()
+{
+    if (gWebsiteDocument == this) {
+        gWebsiteDocument = nullptr;
+        gWPM = nullptr;
+        gWebsiteItem = nullptr;
+    }
+}
+
+void MyDocument::buildWindow()
+{
+    auto *central = new QWidget;
+    addButton = new QPushButton(QStringLiteral("Add"));
+    deleteButton = new QPushButton(QStringLiteral("Delete"));
+    duplicateButton = new QPushButton(QStringLiteral("Duplicate"));
+    addButton->setToolTip(QStringLiteral("Add an entry"));
+    readOnlyIcon = new QLabel;
+    readOnlyIcon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(20));
+    readOnlyIcon->setToolTip(QStringLiteral("This password file is read-only"));
+    readOnlyIcon->hide();
+    searchField = new QLineEdit;
+    searchField->setPlaceholderText(QStringLiteral("Search"));
+    searchField->setClearButtonEnabled(true);
+    searchField->setObjectName(QStringLiteral("searchField"));
+    searchBackwardButton = new QToolButton;
+    searchBackwardButton->setArrowType(Qt::LeftArrow);
+    searchBackwardButton->setToolTip(QStringLiteral("Find Previous"));
+    searchForwardButton = new QToolButton;
+    searchForwardButton->setArrowType(Qt::RightArrow);
+    searchForwardButton->setToolTip(QStringLiteral("Find Next"));
+
+    auto *top = new QHBoxLayout;
+    top->addWidget(addButton);
+    top->addWidget(deleteButton);
+    top->addWidget(duplicateButton);
+    top->addWidget(readOnlyIcon);
+    top->addStretch();
+    top->addWidget(searchField);
+    top->addWidget(searchBackwardButton);
+    top->addWidget(searchForwardButton);
+
+    passwordTable = new QWCellTableViewArray;
+    passwordTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    passwordTable->setColumns({{QStringLiteral("NOCHANGE"), QString()}, {QStringLiteral("NOCHANGE"), QStringLiteral("Name")}});
+    passwordTable->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Fixed);
+    passwordTable->setColumnWidth(0, 28);
+    passwordTable->setAddButton(addButton);
+    passwordTable->setDeleteButton(deleteButton);
+
+    errorLine = new QLabel;
+    errorLine->setStyleSheet(QStringLiteral("color: #b00020"));
+    errorLine->hide();
+    passwordTable->setErrorMessageField(errorLine);
+    notFoundMessage = new QLabel(QStringLiteral("Not found."));
+    notFoundMessage->hide();
+    saveMsg = new QLabel(QStringLiteral("Saving…"));
+    saveMsg->hide();
+    auto *bottom = new QHBoxLayout;
+    bottom->addWidget(errorLine);
+    bottom->addWidget(notFoundMessage);
+    bottom->addStretch();
+    bottom->addWidget(saveMsg);
+
+    auto *layout = new QVBoxLayout(central);
+    layout->addLayout(top);
+    layout->addWidget(passwordTable);
+    layout->addLayout(bottom);
+    setCentralWidget(central);
+    resize(460, 520);
+
+    connect(addButton, &QPushButton::clicked, this, &MyDocument::addEntry);
+    connect(deleteButton, &QPushButton::clicked, this, &MyDocument::confirmDelete);
+    connect(duplicateButton, &QPushButton::clicked, this, &MyDocument::duplicateEntry);
+    connect(searchBackwardButton, &QToolButton::clicked, this, [this] { search(false); });
+    connect(searchForwardButton, &QToolButton::clicked, this, [this] { search(true); });
+    connect(searchField, &QLineEdit::returnPressed, this, [this] { search(true); });
+    // The search controls are live exactly while there is text to look for.
+    auto searchTextChanged = [this] {
+        const bool any = !searchField->text().isEmpty();
+        searchBackwardButton->setEnabled(any);
+        searchForwardButton->setEnabled(any);
+        validateMenuItems();
+    };
+    connect(searchField, &QLineEdit::textChanged, this, searchTextChanged);
+    searchTextChanged();
+    connect(passwordTable, &QAbstractItemView::clicked, this, [this](const QModelIndex &i) {
+        if (i.column() == 0)
+            goToURL(i.row());
+    });
+
+    framisPanel = new PasswordPanel(this);
+    promptPanel = new PromptPanel(this);
+    framisChangePanel = new ChangePasswordPanel(this);
+}
+
+void MyDocument::buildEditor()
+{
+    pwDataCalloutView = new QWidget(this);
+    pwDataCalloutView->hide();
+    nameText = new QLineEdit;
+    urlText = new QLineEdit;
+    userID1Text = new QLineEdit;
+    userID2Text = new QLineEdit;
+    passwordText = new QLineEdit;
+    notesText = new QPlainTextEdit;
+    notesText->setTabChangesFocus(true);
+    notesText->setMinimumHeight(90);
+    const QList<QPair<QWidget *, const char *>> named = {{nameText, "nameText"}, {urlText, "urlText"}, {userID1Text, "userID1Text"},
+                                                         {userID2Text, "userID2Text"}, {passwordText, "passwordText"},
+                                                         {notesText, "notesText"}};
+    for (const auto &[w, n] : named)
+        w->setObjectName(QLatin1String(n));
+    nameExistsWarning = new QLabel(QStringLiteral("An entry needs a name that no other entry has."));
+    nameExistsWarning->setStyleSheet(QStringLiteral("color: #b00020"));
+    nameExistsWarning->hide();
+    okButton = new QPushButton(QStringLiteral("Save"));
+    okButton->setDefault(true);
+    okButton->setObjectName(QStringLiteral("okButton"));
+    auto *cancelButton = new QPushButton(QStringLiteral("Cancel"));
+    cancelButton->setObjectName(QStringLiteral("cancelButton"));
+
+    auto *form = new QFormLayout;
+    form->addRow(QStringLiteral("&Name:"), nameText);
+    form->addRow(QString(), nameExistsWarning);
+    form->addRow(QStringLiteral("&Website:"), urlText);
+    form->addRow(QStringLiteral("&User ID:"), userID1Text);
+    form->addRow(QStringLiteral("User ID &2:"), userID2Text);
+    form->addRow(QStringLiteral("&Password:"), passwordText);
+    form->addRow(QStringLiteral("N&otes:"), notesText);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(cancelButton);
+    buttons->addWidget(okButton);
+    auto *layout = new QVBoxLayout(pwDataCalloutView);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addLayout(form);
+    // Room for the login options, which join the editor with the login sequences.
+    layout->addLayout(buttons);
+
+    for (QLineEdit *e : {nameText, urlText, userID1Text, userID2Text, passwordText})
+        connect(e, &QLineEdit::textChanged, this, [this, e] { editorFieldChanged(e); });
+    connect(notesText, &QPlainTextEdit::textChanged, this, [this] { editorFieldChanged(notesText); });
+    connect(okButton, &QPushButton::clicked, this, [this] {
+        if (callout)
+            callout->done(1);
+    });
+    connect(cancelButton, &QPushButton::clicked, this, [this] {
+        if (callout)
+            callout->done(0);
+    });
+}
+
+void MyDocument::buildMenus()
+{
+    fileMenu = menuBar()->addMenu(QStringLiteral("&File"));
+    QAction *newFile = fileMenu->addAction(QStringLiteral("&New Password File…"));
+    newFile->setShortcut(QKeySequence::New);
+    connect(newFile, &QAction::triggered, this, [] {
+        if (gController)
+            gController->newDocument();
+    });
+    QAction *open = fileMenu->addAction(QStringLiteral("&Open…"));
+    open->setShortcut(QKeySequence::Open);
+    connect(open, &QAction::triggered, this, [] {
+        if (gController)
+            gController->openDocumentWithDialog();
+    });
+    if (gRecentWebsitesMenu)
+        fileMenu->addMenu(gRecentWebsitesMenu);
+    fileMenu->addSeparator();
+    QAction *change = fileMenu->addAction(QStringLiteral("Change Password…"));
+    connect(change, &QAction::triggered, this, &MyDocument::changePassword);
+    keychainMenuItem = fileMenu->addAction(QStringLiteral("Save File Password In Keychain"));
+    keychainMenuItem->setCheckable(true);
+    connect(keychainMenuItem, &QAction::triggered, this, &MyDocument::toggleSavePWInKeychain);
+    fileMenu->addSeparator();
+    QAction *close = fileMenu->addAction(QStringLiteral("&Close"));
+    close->setShortcut(QKeySequence::Close);
+    connect(close, &QAction::triggered, this, &QWidget::close);
+    QAction *quit = fileMenu->addAction(QStringLiteral("&Quit"));
+    quit->setShortcut(QKeySequence::Quit);
+    quit->setMenuRole(QAction::QuitRole);
+    connect(quit, &QAction::triggered, qApp, [] {
+        if (gController)
+            gController->quit();
+        else
+            QApplication::quit();
+    });
+
+    editMenu = menuBar()->addMenu(QStringLiteral("&Edit"));
+    QAction *view = editMenu->addAction(QStringLiteral("View/Edit Entry…"));
+    view->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
+    connect(view, &QAction::triggered, this, &MyDocument::editEntry);
+    QAction *add = editMenu->addAction(QStringLiteral("Add Entry"));
+    add->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N));
+    connect(add, &QAction::triggered, this, &MyDocument::addEntry);
+    QAction *dup = editMenu->addAction(QStringLiteral("Duplicate Entry"));
+    dup->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_D));
+    connect(dup, &QAction::triggered, this, &MyDocument::duplicateEntry);
+    QAction *del = editMenu->addAction(QStringLiteral("Delete Entry"));
+    del->setShortcut(QKeySequence::Delete);
+    connect(del, &QAction::triggered, this, &MyDocument::confirmDelete);
+    editMenu->addSeparator();
+    QAction *go = editMenu->addAction(QStringLiteral("Go To URL"));
+    go->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_U));
+    connect(go, &QAction::triggered, this, [this] {
+        const QList<int> rows = passwordTable->selectedRows();
+        if (rows.size() == 1)
+            goToURL(rows.first());
+    });
+    editMenu->addSeparator();
+    QAction *findItem = editMenu->addAction(QStringLiteral("Find ..."));
+    findItem->setShortcut(QKeySequence::Find);
+    connect(findItem, &QAction::triggered, this, &MyDocument::find);
+    QAction *next = editMenu->addAction(QStringLiteral("Find Next"));
+    next->setShortcut(QKeySequence::FindNext);
+    connect(next, &QAction::triggered, this, [this] { search(true); });
+    QAction *previous = editMenu->addAction(QStringLiteral("Find Previous"));
+    previous->setShortcut(QKeySequence::FindPrevious);
+    connect(previous, &QAction::triggered, this, [this] { search(false); });
+
+    QMenu *help = menuBar()->addMenu(QStringLiteral("&Help"));
+    connect(help->addAction(QStringLiteral("About Tessaline")), &QAction::triggered, this, [this] {
+        prompt(QStringLiteral("Tessaline %1\nA password manager that logs you in.").arg(QApplication::applicationVersion()),
+               QStringLiteral("OK"));
+    });
+    for (QMenu *m : {fileMenu, editMenu})
+        connect(m, &QMenu::aboutToShow, this, &MyDocument::validateMenuItems);
+}
+
+bool MyDocument::validateMenuItem(QAction *item) const
+{
+    const QString title = item->text();
+    if (title == u"Save File Password In Keychain") {
+        item->setChecked(m_file.passwordInKeychain());
+        return true;
+    }
+    if (title == u"Go To URL")
+        return gWebsiteItem && !gWebsiteItem->value(EntryKey::URL).toString().isEmpty();
+    const int selected = int(passwordTable->selectedRows().size());
+    if (title.startsWith(u"View/Edit"))
+        return selected == 1;
+    if (title.startsWith(u"Export"))
+        return selected >= 1;
+    if (title == u"Find ...")
+        return true;
+    if (title.startsWith(u"Find "))
+        return !searchField->text().isEmpty();
+    if (title.startsWith(u"Print"))
+        return !m_file.passwordArray().isEmpty();
+    return true;
+}
+
+void MyDocument::validateMenuItems()
+{
+    if (!fileMenu || !editMenu)
+        return;
+    for (QMenu *m : {fileMenu, editMenu})
+        for (QAction *a : m->actions())
+            if (!a->isSeparator() && !a->menu())
+                a->setEnabled(validateMenuItem(a));
+}
+
+void MyDocument::openDatabase()
+{
+    switch (m_file.open()) {
+    case PasswordFile::OpenResult::NotAPasswordFile:
+    case PasswordFile::OpenResult::Cancelled:
+        m_closing = true;
+        close();
+        return;
+    case PasswordFile::OpenResult::Opened:
+        break;
+    }
+    m_opened = true;
+    const bool writable = m_file.PWFileWriteable();
+    readOnlyIcon->setVisible(!writable);
+    addButton->setVisible(writable);
+    deleteButton->setVisible(writable);
+    duplicateButton->setVisible(writable);
+
+    QWCellTableViewArray::Delegate d;
+    d.addEntry = [this](QWCellTableViewArray *) {
+        Entry e = newEntryFromAdd(gPrefs ? gPrefs->objectForKey(Pref::DefaultUserID).toString() : QString());
+        m_file.passwordArray().append(e);
+        passwordTable->reloadData();
+        const int row = int(m_file.passwordArray().size() - 1);
+        passwordTable->selectRowAlone(row);
+        runPWDataCalloutForEntry(row, true);
+        return true;
+    };
+    d.editEntryAtIndex = [this](QWCellTableViewArray *, int row) {
+        if (m_file.readPasswordFileDataIfChanged().entriesReloaded)
+            reloadTable();
+        if (row < m_file.passwordArray().size())
+            runPWDataCalloutForEntry(row, false);
+    };
+    d.selectionDidChange = [this](QWCellTableViewArray *) { selectionDidChange(); };
+    d.changed = [this](QWCellTableViewArray *) { QWCellTableViewArrayChanged(); };
+    d.willDisplayCell = [this](QWCellTableViewArray *, QWCellTableViewArray::CellDisplay &cell, int column, int row) {
+        if (column != 0)
+            return;
+        const bool hasURL = !m_file.passwordArray().value(row).toMap().value(EntryKey::URL).toString().isEmpty();
+        cell.icon = websiteIcon(hasURL);
+        cell.enabled = hasURL;
+    };
+    d.toolTipForCell = [this](QWCellTableViewArray *, int, int row) {
+        if (!gPrefs)
+            return QString();
+        return entryToolTip(m_file.passwordArray().value(row).toMap(), gPrefs->boolForKey(Pref::HoverUserID),
+                            gPrefs->boolForKey(Pref::HoverPassword), gPrefs->boolForKey(Pref::HoverURL),
+                            gPrefs->boolForKey(Pref::HoverNotes));
+    };
+    d.writeRowsToPasteboard = [this](QWCellTableViewArray *, const QList<int> &rows, QMimeData *mime) {
+        QVariantList entries;
+        for (int r : rows)
+            entries.append(m_file.passwordArray().value(r));
+        mime->setData(kPWItems, archive::encodeKeyedArchive(entries));
+        mime->setData(kDBPath, filePath().toUtf8());
+        return true;
+    };
+    d.validateDrop = [this](QWCellTableViewArray *, const QMimeData *mime, int) {
+        if (mime->hasFormat(kPWItems) && QString::fromUtf8(mime->data(kDBPath)) != filePath() && m_file.PWFileWriteable())
+            return Qt::CopyAction;
+        return Qt::IgnoreAction;
+    };
+    d.acceptDrop = [this](QWCellTableViewArray *, const QMimeData *mime, int) {
+        if (!mime->hasFormat(kPWItems))
+            return false;
+        const QVariantList dropped = archive::decodeKeyedArchive(mime->data(kPWItems)).toList();
+        EntryList &list = m_file.passwordArray();
+        QString first;
+        for (const QVariant &v : dropped) {
+            Entry e = v.toMap();
+            e.insert(EntryKey::Path, droppedEntryName(list, e.value(EntryKey::Path).toString()));
+            if (first.isNull())
+                first = e.value(EntryKey::Path).toString();
+            list.append(e);
+        }
+        passwordTable->reloadData();
+        const qsizetype row = entryWithName(list, first);
+        passwordTable->selectRowAlone(int(row));
+        passwordTable->scrollTo(passwordTable->model()->index(int(row), 0));
+        QWCellTableViewArrayChanged();
+        return true;
+    };
+    d.registerForDraggedTypes = [](QWCellTableViewArray *t) { t->registerForDraggedTypes({kPWItems, kDBPath}); };
+    passwordTable->initWithArray(&m_file.passwordArray(), d, {EntryKey::Button, EntryKey::Path});
+    selectionDidChange();
+    passwordTable->setFocus();
+    updateTimer.start();
+    if (isActiveWindow() && !m_isMain)
+        windowDidBecomeMain();
+    else if (gWebsiteDocument == this)
+        m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, m_file.recentWebsiteTitles());
+    Q_EMIT opened();
+}
+
+void MyDocument::reloadTable()
+{
+    passwordTable->reloadData();
+    selectionDidChange();
+}
+
+void MyDocument::entriesReplaced()
+{
+    if (m_opened)
+        reloadTable();
+}
+
+void MyDocument::titlesReplaced()
+{
+    if (m_opened && gWebsiteDocument == this)
+        m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, m_file.recentWebsiteTitles());
+}
+
+void MyDocument::selectionDidChange()
+{
+    const bool writable = m_file.PWFileWriteable();
+    const QList<int> rows = passwordTable->selectedRows();
+    const bool one = rows.size() == 1;
+    duplicateButton->setEnabled(writable && one);
+    if (one && !callout) {
+        m_selectedEntry = m_file.passwordArray().value(rows.first()).toMap();
+        if (gWebsiteDocument == this || !gWebsiteDocument)
+            gWebsiteItem = &m_selectedEntry;
+    } else if (!callout && gWebsiteItem == &m_selectedEntry) {
+        gWebsiteItem = nullptr;
+    }
+    notFoundMessage->hide();
+    validateMenuItems();
+}
+
+void MyDocument::addEntry()
+{
+    if (m_opened && m_file.PWFileWriteable() && !callout)
+        passwordTable->addEntryToTable();
+}
+
+void MyDocument::editEntry()
+{
+    const QList<int> rows = passwordTable->selectedRows();
+    if (rows.size() == 1)
+        passwordTable->editWithDelegate(rows.first());
+}
+
+void MyDocument::duplicateEntry()
+{
+    const QList<int> rows = passwordTable->selectedRows();
+    if (!m_file.PWFileWriteable() || rows.size() != 1)
+        return;
+    ::tess::duplicateEntry(m_file.passwordArray(), rows.first());
+    passwordTable->clearSelection();
+    passwordTable->reloadData();
+    QWCellTableViewArrayChanged();
+}
+
+void MyDocument::confirmDelete()
+{
+    const QList<int> rows = passwordTable->selectedRows();
+    if (!m_file.PWFileWriteable() || rows.isEmpty() || callout)
+        return;
+    if (gPrefs && gPrefs->boolForKey(Pref::ConfirmDelete)) {
+        const QString message = rows.size() < 2 ? QStringLiteral("Are you sure you want to delete the selected entry?")
+                                                : QStringLiteral("Are you sure you want to delete the selected entries?");
+        if (!prompt(message, QStringLiteral("Delete"), QStringLiteral("Cancel")))
+            return;
+    }
+    for (qsizetype i = rows.size() - 1; i >= 0; --i)
+        m_wpm->deleteRecentWebsiteMenuItemWithTitle(entryName(m_file.passwordArray().value(rows[i])));
+    passwordTable->deleteSelectedEntriesFromTable();
+}
+
+void MyDocument::find()
+{
+    searchField->setFocus();
+    searchField->selectAll();
+}
+
+void MyDocument::search(bool forward)
+{
+    notFoundMessage->hide();
+    const QString text = searchField->text();
+    if (text.isEmpty())
+        return;
+    const QList<int> rows = passwordTable->selectedRows();
+    const qsizetype found = searchStep(m_file.passwordArray(), rows.size() == 1 ? rows.first() : -1, text, forward);
+    if (found < 0) {
+        notFoundMessage->show();
+        return;
+    }
+    passwordTable->selectRowAlone(int(found));
+    passwordTable->scrollTo(passwordTable->model()->index(int(found), 0));
+}
+
+void MyDocument::goToURL(int row)
+{
+    if (row < 0 || row >= m_file.passwordArray().size())
+        return;
+    if (m_file.readPasswordFileDataIfChanged().entriesReloaded)
+        reloadTable();
+    const Entry e = m_file.passwordArray().value(row).toMap();
+    QString url = e.value(EntryKey::URL).toString().trimmed();
+    if (url.isEmpty())
+        return;
+    m_wpm->addRecentWebsiteMenuItemWithTitle(e.value(EntryKey::Path).toString());
+    if (!url.contains(QStringLiteral("://")))
+        url.prepend(QStringLiteral("http://"));
+    QDesktopServices::openUrl(QUrl::fromUserInput(url));
+}
+
+void MyDocument::goToRecent(const QString &title)
+{
+    const qsizetype row = entryWithName(m_file.passwordArray(), title);
+    if (row >= 0)
+        goToURL(int(row));
+}
+
+void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
+{
+    saveMsg->hide();
+    m_originalEntry = m_file.passwordArray().value(row).toMap();
+    m_editedEntry = m_originalEntry;
+    nameExistsWarning->hide();
+    m_filling = true;
+    nameText->setText(m_editedEntry.value(EntryKey::Path).toString());
+    urlText->setText(m_editedEntry.value(EntryKey::URL).toString());
+    userID1Text->setText(m_editedEntry.value(EntryKey::UserID).toString());
+    userID2Text->setText(m_editedEntry.value(EntryKey::UserID2).toString());
+    passwordText->setText(m_editedEntry.value(EntryKey::Password).toString());
+    notesText->setPlainText(m_editedEntry.value(EntryKey::Notes).toString());
+    m_filling = false;
+    gWebsiteDocument = this;
+    gWPM = m_wpm;
+    gWebsiteItem = &m_editedEntry;
+
+    m_entryNames.clear();
+    for (const QVariant &v : m_file.passwordArray())
+        m_entryNames.append(entryName(v));
+    if (creating)
+        m_entryNames.removeLast();
+    else
+        m_entryNames.removeAll(nameText->text());
+    setEnabledForCalloutSaveChanges();
+    passwordTable->selectRowAlone(row);
+    passwordTable->scrollTo(passwordTable->model()->index(row, 0));
+
+    const QRect r = passwordTable->visualRect(passwordTable->model()->index(row, 1));
+    const QPoint inWindow = passwordTable->viewport()->mapTo(this, r.topLeft());
+    const int y = inWindow.y() + r.height() / 2 + 2;
+    const QPoint left(inWindow.x() - r.x(), y), right(inWindow.x() - r.x() + width() - 42, y);
+    pwDataCalloutView->show();
+    callout = new CXAttachedWindow(pwDataCalloutView, this, left, right, r.height() / 2 + 2);
+    callout->setWindowTitle(QStringLiteral("Entry"));
+    // The list must not be replaced under the open editor.
+    updateTimer.stop();
+    QTimer::singleShot(0, this, [this, row, creating] { finishRunCallout(row, creating); });
+}
+
+void MyDocument::finishRunCallout(int row, bool creating)
+{
+    if (!callout)
+        return;
+    notesText->moveCursor(QTextCursor::Start);
+    nameText->setFocus();
+    const int code = callout->runModal();
+    pwDataCalloutView->hide();
+    pwDataCalloutView->setParent(this);
+    callout->detach();
+    callout->deleteLater();
+    callout = nullptr;
+    if (m_opened)
+        updateTimer.start();
+    EntryList &list = m_file.passwordArray();
+    if (code == 1 && row < list.size()) {
+        const QString oldName = m_originalEntry.value(EntryKey::Path).toString();
+        const QString newName = m_editedEntry.value(EntryKey::Path).toString();
+        if (oldName != newName)
+            m_wpm->renameRecentWebsiteTitle(oldName, newName);
+        list[row] = m_editedEntry;
+        passwordTable->reloadData();
+        passwordTable->selectRowAlone(row);
+        QWCellTableViewArrayChanged();
+    } else if (creating && !list.isEmpty()) {
+        list.removeLast();
+        passwordTable->reloadData();
+        passwordTable->clearSelection();
+    }
+    selectionDidChange();
+}
+
+void MyDocument::editorFieldChanged(QWidget *field)
+{
+    if (m_filling)
+        return;
+    if (field == nameText)
+        m_editedEntry.insert(EntryKey::Path, nameText->text());
+    else if (field == notesText)
+        m_editedEntry.insert(EntryKey::Notes, notesText->toPlainText());
+    else if (field == urlText)
+        m_editedEntry.insert(EntryKey::URL, urlText->text());
+    else if (field == userID1Text)
+        m_editedEntry.insert(EntryKey::UserID, userID1Text->text());
+    else if (field == userID2Text) {
+        if (userID2Text->text().isEmpty())
+            m_editedEntry.remove(EntryKey::UserID2);
+        else
+            m_editedEntry.insert(EntryKey::UserID2, userID2Text->text());
+    } else if (field == passwordText)
+        m_editedEntry.insert(EntryKey::Password, passwordText->text());
+    setEnabledForCalloutSaveChanges();
+}
+
+void MyDocument::setEnabledForCalloutSaveChanges()
+{
+    const QString name = nameText->text();
+    const bool valid = !name.isEmpty() && !m_entryNames.contains(name);
+    nameExistsWarning->setVisible(!valid);
+    okButton->setEnabled(m_file.PWFileWriteable() && valid && m_editedEntry != m_originalEntry);
+}
+
+bool MyDocument::prompt(const QString &message, const QString &defaultChoice, const QString &otherChoice)
+{
+    promptPanel->setUp(message, defaultChoice, otherChoice);
+    return runPanel(promptPanel, this);
+}
+
+void MyDocument::QWCellTableViewArrayChanged()
+{
+    notFoundMessage->hide();
+    saveMsg->show();
+    QTimer::singleShot(0, this, &MyDocument::actuallyDoQWCellTableViewArrayChanged);
+}
+
+void MyDocument::actuallyDoQWCellTableViewArrayChanged()
+{
+    const QList<int> rows = passwordTable->selectedRows();
+    const QString remembered = rows.size() == 1 ? entryName(m_file.passwordArray().value(rows.first())) : QString();
+    m_file.save(); // sorts; a failure is told through showMessage
+    passwordTable->reloadData();
+    if (!remembered.isNull()) {
+        const qsizetype row = entryWithName(m_file.passwordArray(), remembered);
+        passwordTable->selectRowAlone(int(row));
+        passwordTable->scrollTo(passwordTable->model()->index(int(row), 0));
+    }
+    saveMsg->hide();
+    selectionDidChange();
+}
+
+void MyDocument::changePassword()
+{
+    if (m_opened)
+        m_file.changePassword();
+    validateMenuItems();
+}
+
+void MyDocument::toggleSavePWInKeychain()
+{
+    if (!m_opened)
+        return;
+    m_file.toggleSavePWInKeychain(m_file.passwordInKeychain());
+    validateMenuItems();
+}
+
+bool MyDocument::askPassword(const QString &promptText, QString *password)
+{
+    framisPanel->setPrompt(promptText);
+    if (!runPanel(framisPanel, this))
+        return false;
+    *password = framisPanel->password();
+    framisPanel->framisText->clear();
+    return true;
+}
+
+bool MyDocument::askNewPassword(QString *password)
+{
+    framisChangePanel->clear();
+    if (!runPanel(framisChangePanel, this))
+        return false;
+    *password = framisChangePanel->newFramis->text();
+    framisChangePanel->clear();
+    return true;
+}
+
+void MyDocument::showMessage(const QString &message)
+{
+    prompt(message, QStringLiteral("OK"));
+}
+
+bool MyDocument::isOwnWindow(QWidget *w) const
+{
+    for (; w; w = w->parentWidget())
+        if (w == this)
+            return true;
+    return false;
+}
+
+void MyDocument::changeEvent(QEvent *event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() != QEvent::ActivationChange || !m_opened)
+        return;
+    if (isActiveWindow()) {
+        if (!m_isMain)
+            windowDidBecomeMain();
+        return;
+    }
+    // Our own panels and callout take the focus without this window stopping being main.
+    QTimer::singleShot(0, this, [this] {
+        if (m_isMain && !isOwnWindow(QApplication::activeWindow()))
+            windowDidResignMain();
+    });
+}
+
+void MyDocument::windowDidResignMain()
+{
+    m_isMain = false;
+    m_promptForPasswordOption = gPrefs ? int(gPrefs->integerForKey(Pref::PasswordPrompt)) : 0;
+    if (m_promptForPasswordOption == 0)
+        return;
+    if (m_promptForPasswordOption == 1) {
+        setPromptForPassword();
+        return;
+    }
+    passwordTimer.start((m_promptForPasswordOption * 60 - 60) * 1000);
+}
+
+void MyDocument::setPromptForPassword()
+{
+    passwordTimer.stop();
+    m_promptForPassword = true;
+    if (gWebsiteDocument == this) {
+        gWebsiteDocument = nullptr;
+        gWPM = nullptr;
+        gWebsiteItem = nullptr;
+    }
+}
+
+void MyDocument::windowDidBecomeMain()
+{
+    m_isMain = true;
+    passwordTimer.stop();
+    if (m_promptForPassword) {
+        m_promptForPassword = false;
+        recheckPassword();
+        if (m_closing)
+            return;
+    }
+    gWebsiteDocument = this;
+    gWPM = m_wpm;
+    m_wpm->resetRecentWebsitesMenu(gRecentWebsitesMenu);
+    selectionDidChange();
+}
+
+void MyDocument::recheckPassword()
+{
+    if (!m_file.recheckPassword()) {
+        m_closing = true;
+        QTimer::singleShot(0, this, &QWidget::close);
+    }
+}
+
+void MyDocument::closeEvent(QCloseEvent *event)
+{
+    if (callout) {
+        event->ignore();
+        return;
+    }
+    updateTimer.stop();
+    passwordTimer.stop();
+    m_file.close();
+    if (gWebsiteDocument == this) {
+        m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, {});
+        gWebsiteDocument = nullptr;
+        gWPM = nullptr;
+        gWebsiteItem = nullptr;
+    }
+    m_opened = false;
+    Q_EMIT closed(this);
+    event->accept();
+}
+
+} // namespace tess
