@@ -1,0 +1,515 @@
+// Whole document windows on the real X server and keyring, driven through their widgets:
+// creating, opening, editing, finding, read-only files, drag and drop, re-locking.
+
+#include "core/app/QWPrefs.h"
+#include "core/entries/EntryList.h"
+#include "core/storage/PasswordFile.h"
+#include "platform/linux/SecretServiceKeychain.h"
+#include "support/FileSupport.h"
+#include "support/TestSupport.h"
+#include "ui/CXAttachedWindow.h"
+#include "ui/Controller.h"
+#include "ui/Globals.h"
+#include "ui/MyDocument.h"
+#include "ui/Panels.h"
+#include "ui/QWCellTableViewArray.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QToolButton>
+
+#include <deque>
+#include <functional>
+#include <sys/mount.h>
+
+using namespace tess;
+using namespace tess::testsupport;
+
+namespace {
+
+// Answers modal windows as they come up, one answer each, in order. Every showing counts:
+// a panel shown again (a retry) is a new question.
+class ModalResponder : public QObject {
+public:
+    using Answer = std::function<void(QWidget *)>;
+    ModalResponder()
+    {
+        qApp->installEventFilter(this);
+        m_timer.setInterval(15);
+        connect(&m_timer, &QTimer::timeout, this, [this] { poll(); });
+        m_timer.start();
+    }
+    ~ModalResponder() override { qApp->removeEventFilter(this); }
+    void then(Answer a) { m_answers.push_back(std::move(a)); }
+    bool done() const { return m_answers.empty(); }
+
+protected:
+    bool eventFilter(QObject *o, QEvent *e) override
+    {
+        if (e->type() == QEvent::Show && o->isWidgetType()) {
+            auto *w = static_cast<QWidget *>(o);
+            if (w->isWindow() && w->isModal())
+                m_shown.append(w);
+        }
+        return false;
+    }
+
+private:
+    void poll()
+    {
+        while (!m_shown.isEmpty() && !m_answers.empty()) {
+            QPointer<QWidget> w = m_shown.takeFirst();
+            if (!w || !w->isVisible())
+                continue;
+            Answer a = std::move(m_answers.front());
+            m_answers.pop_front();
+            a(w);
+            return;
+        }
+    }
+    QTimer m_timer;
+    std::deque<Answer> m_answers;
+    QList<QPointer<QWidget>> m_shown;
+};
+
+void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr)
+{
+    auto *panel = qobject_cast<PasswordPanel *>(w);
+    QVERIFY2(panel, "expected the password panel");
+    if (promptSeen)
+        *promptSeen = panel->framisPrompt->text();
+    panel->framisText->setText(password);
+    panel->done(1);
+}
+
+QStringList names(const EntryList &list)
+{
+    QStringList out;
+    for (const QVariant &e : list)
+        out.append(entryName(e));
+    return out;
+}
+
+EntryList bankList()
+{
+    return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::URL, "https://bank.example"}, {EntryKey::UserID, "me"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}},
+                     Entry{{EntryKey::Path, "Mail"}, {EntryKey::Notes, "the bank sends mail here"}, {EntryKey::Button, ""}},
+                     Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
+}
+
+} // namespace
+
+class TestGuiDocuments : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScopedHome> m_home;
+    SecretServiceKeychain m_keychain;
+    std::unique_ptr<Controller> m_controller;
+
+    QString pkg(const QString &name) const { return m_home->path() + "/" + name; }
+
+    MyDocument *open(const QString &path, const QString &password = "pw")
+    {
+        ModalResponder r;
+        if (!password.isNull())
+            r.then([password](QWidget *w) { typePassword(w, password); });
+        m_controller->openFile(path);
+        MyDocument *doc = m_controller->documentForPath(path);
+        if (!doc)
+            return nullptr;
+        for (int i = 0; i < 300 && !doc->isOpen(); ++i)
+            QTest::qWait(20);
+        if (doc->isOpen())
+            (void)QTest::qWaitForWindowActive(doc);
+        return doc->isOpen() ? doc : nullptr;
+    }
+
+    // Opens the editor on the entry (or with Add), lets `edit` work on it, waits for it to close.
+    void inEditor(MyDocument *doc, const std::function<void()> &start, const std::function<void(MyDocument *)> &edit)
+    {
+        ModalResponder r;
+        r.then([&](QWidget *) { edit(doc); });
+        start();
+        QTRY_VERIFY(r.done());
+        QTRY_VERIFY(!doc->callout);
+        QTest::qWait(50); // the deferred save
+    }
+
+    static void selectByName(MyDocument *doc, const QString &name)
+    {
+        doc->passwordTable->selectRowAlone(int(entryWithName(doc->file().passwordArray(), name)));
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("TESSALINE_TEST_SESSION"))
+            QSKIP("needs the test session of `make test` (Xvfb, D-Bus, keyring)");
+    }
+
+    void init()
+    {
+        m_home = std::make_unique<ScopedHome>();
+        m_controller = std::make_unique<Controller>(&m_keychain);
+        m_controller->awakeFromNib();
+    }
+
+    void cleanup()
+    {
+        for (MyDocument *d : m_controller->documents())
+            delete d;
+        m_controller.reset();
+        gPrefs = nullptr;
+        m_home.reset();
+    }
+
+    void creatingAFileAsksForTheSamePasswordTwice()
+    {
+        const QString path = pkg("Created.qvm");
+        ModalResponder r;
+        QString badText;
+        auto fillPanel = [this, path](const QString &a, const QString &b) {
+            return [this, path, a, b](QWidget *w) {
+                auto *dialog = qobject_cast<QFileDialog *>(w);
+                QVERIFY2(dialog, "expected the new-file panel");
+                QCOMPARE(dialog->windowTitle(), QString("Create Password File"));
+                m_controller->framis1->setText(a);
+                m_controller->framis2->setText(b);
+                dialog->selectFile(path);
+                QMetaObject::invokeMethod(dialog, "accept");
+            };
+        };
+        r.then(fillPanel("one", "two"));
+        r.then([&](QWidget *w) {
+            auto *box = qobject_cast<QMessageBox *>(w);
+            QVERIFY(box);
+            QCOMPARE(box->text(), QString("Bad Password"));
+            badText = box->informativeText();
+            box->accept();
+        });
+        r.then(fillPanel("pw", "pw"));
+        r.then([](QWidget *w) { typePassword(w, "pw"); }); // a new file asks once more
+        m_controller->newDocument();
+        QTRY_VERIFY(r.done());
+        QCOMPARE(badText, Controller::kBadPasswordInfo);
+        MyDocument *doc = m_controller->documentForPath(path);
+        QVERIFY(doc);
+        QTRY_VERIFY(doc->isOpen());
+        QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        QCOMPARE(doc->passwordTable->model()->rowCount(), 0);
+        QCOMPARE(doc->windowTitle(), QString("Created — Tessaline"));
+    }
+
+    void reopeningByKeychainAndByPrompt()
+    {
+        QVERIFY(makePackage(pkg("ByKeychain.qvm"), "pw", bankList()));
+        QCOMPARE(m_keychain.add("ByKeychain", "Tessaline", "pw"), 0);
+        MyDocument *a = open(pkg("ByKeychain.qvm"), QString());
+        QVERIFY(a);
+        QCOMPARE(a->passwordTable->model()->rowCount(), 3);
+        QVERIFY(a->file().passwordInKeychain());
+        a->validateMenuItems();
+        QVERIFY(a->keychainMenuItem->isChecked());
+        m_keychain.remove("ByKeychain", "Tessaline");
+
+        QVERIFY(makePackage(pkg("ByPrompt.qvm"), "pw", bankList()));
+        ModalResponder r;
+        QString second;
+        r.then([](QWidget *w) { typePassword(w, "wrong"); });
+        r.then([&](QWidget *w) { typePassword(w, "pw", &second); });
+        m_controller->openFile(pkg("ByPrompt.qvm"));
+        MyDocument *b = m_controller->documentForPath(pkg("ByPrompt.qvm"));
+        QTRY_VERIFY(b->isOpen());
+        QCOMPARE(second, QString("PASSWORD INCORRECT! Enter Password:"));
+        QVERIFY(!b->file().passwordInKeychain());
+        b->validateMenuItems();
+        QVERIFY(!b->keychainMenuItem->isChecked());
+
+        // The keychain menu item stores the password; the next opening needs no prompt.
+        ModalResponder k;
+        k.then([](QWidget *w) { typePassword(w, "pw"); });
+        b->toggleSavePWInKeychain();
+        QTRY_VERIFY(k.done());
+        QVERIFY(b->file().passwordInKeychain());
+        QByteArray stored;
+        QCOMPARE(m_keychain.find("ByPrompt", "Tessaline", &stored), 0);
+        m_keychain.remove("ByPrompt", "Tessaline");
+    }
+
+    void addingRenamingDuplicatingDeleting()
+    {
+        QVERIFY(makePackage(pkg("Edit.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Edit.qvm"));
+        QVERIFY(doc);
+
+        // Add, try a taken name, then a free one.
+        bool warnedForTaken = false, saveDisabledForTaken = false;
+        inEditor(doc, [doc] { doc->addButton->click(); }, [&](MyDocument *d) {
+            QCOMPARE(d->nameText->text(), QString("(New)"));
+            QTest::keyClicks(d->nameText, "x"); // something changed
+            d->nameText->setText("Bank");
+            warnedForTaken = d->nameExistsWarning->isVisible();
+            saveDisabledForTaken = !d->okButton->isEnabled();
+            d->nameText->setText("bank"); // other case is another name
+            QVERIFY(d->okButton->isEnabled());
+            d->nameText->clear();
+            QVERIFY(d->nameExistsWarning->isVisible());
+            d->nameText->setText("Brokerage");
+            d->urlText->setText("https://broker.example");
+            d->userID2Text->setText("");
+            QVERIFY(d->okButton->isEnabled());
+            d->okButton->click();
+        });
+        QVERIFY(warnedForTaken);
+        QVERIFY(saveDisabledForTaken);
+        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+        QVERIFY(!doc->file().passwordArray()[1].toMap().contains(EntryKey::UserID2));
+
+        // Cancelling a new entry leaves the list as it was.
+        inEditor(doc, [doc] { doc->addButton->click(); }, [](MyDocument *d) { d->callout->done(0); });
+        QCOMPARE(doc->file().passwordArray().size(), 4);
+
+        // Duplicate twice.
+        selectByName(doc, "Bank");
+        doc->duplicateButton->click();
+        QTest::qWait(50);
+        selectByName(doc, "Bank");
+        doc->duplicateButton->click();
+        QTest::qWait(50);
+        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Bank copy 2", "Brokerage", "Mail", "Shop"}));
+
+        // Delete with confirmation (the singular message), then without.
+        gPrefs->setBool(true, Pref::ConfirmDelete);
+        selectByName(doc, "Bank copy");
+        ModalResponder r;
+        QString message;
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<PromptPanel *>(w);
+            QVERIFY(p);
+            message = p->promptMessage->text();
+            p->promptDefaultButton->click();
+        });
+        doc->deleteButton->click();
+        QTRY_VERIFY(r.done());
+        QCOMPARE(message, QString("Are you sure you want to delete the selected entry?"));
+        gPrefs->setBool(false, Pref::ConfirmDelete);
+        selectByName(doc, "Bank copy 2");
+        doc->deleteButton->click();
+        QTest::qWait(50);
+        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+
+        // All of it is on disk.
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile check(pkg("Edit.qvm"), nullptr, &d);
+        QCOMPARE(check.open(PasswordFile::KeychainUse::Never), PasswordFile::OpenResult::Opened);
+        QCOMPARE(names(check.passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+    }
+
+    void renamingKeepsTheSelectionAcrossTheSort()
+    {
+        QVERIFY(makePackage(pkg("Sort.qvm"), "pw", bankList(), {"Bank"}));
+        MyDocument *doc = open(pkg("Sort.qvm"));
+        QVERIFY(doc);
+        selectByName(doc, "Bank");
+        inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
+            d->nameText->setText("Zebra Bank");
+            d->okButton->click();
+        });
+        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Mail", "Shop", "Zebra Bank"}));
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{2});
+        QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{"Zebra Bank"});
+        // An unchanged entry cannot be saved.
+        inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
+            QVERIFY(!d->okButton->isEnabled());
+            d->callout->done(0);
+        });
+    }
+
+    void findingForwardAndBackward()
+    {
+        QVERIFY(makePackage(pkg("Find.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Find.qvm"));
+        QVERIFY(doc);
+        QVERIFY(!doc->searchForwardButton->isEnabled());
+        doc->find();
+        QVERIFY(doc->searchField->hasFocus());
+        QTest::keyClicks(doc->searchField, "bank");
+        QVERIFY(doc->searchForwardButton->isEnabled());
+        selectByName(doc, "Bank");
+        doc->searchForwardButton->click();
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1}); // Mail, by its notes
+        doc->searchForwardButton->click();
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{2}); // Shop, by its second user ID
+        doc->searchForwardButton->click();
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{0}); // wrapped round
+        doc->searchBackwardButton->click();
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{2});
+        QVERIFY(doc->notFoundMessage->isHidden());
+        doc->searchField->setText("nowhere");
+        QTest::keyClick(doc->searchField, Qt::Key_Return);
+        QVERIFY(doc->notFoundMessage->isVisible());
+        doc->searchField->clear();
+        QVERIFY(!doc->searchBackwardButton->isEnabled());
+        doc->validateMenuItems();
+        QAction *findNext = nullptr, *findDots = nullptr;
+        for (QAction *a : doc->editMenu->actions()) {
+            if (a->text() == u"Find Next")
+                findNext = a;
+            if (a->text() == u"Find ...")
+                findDots = a;
+        }
+        QVERIFY(findNext && !findNext->isEnabled());
+        QVERIFY(findDots && findDots->isEnabled());
+    }
+
+    void readOnlyPackages()
+    {
+        const QString mount = pkg("ro");
+        QDir().mkpath(mount);
+        if (::mount("tmpfs", QFile::encodeName(mount).constData(), "tmpfs", 0, "size=1m") != 0)
+            QSKIP("cannot mount a tmpfs here (not root?)");
+        QVERIFY(makePackage(mount + "/Locked.qvm", "pw", bankList()));
+        ::mount("tmpfs", QFile::encodeName(mount).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr);
+        MyDocument *doc = open(mount + "/Locked.qvm");
+        QVERIFY(doc);
+        QVERIFY(doc->addButton->isHidden());
+        QVERIFY(doc->deleteButton->isHidden());
+        QVERIFY(doc->duplicateButton->isHidden());
+        QVERIFY(doc->readOnlyIcon->isVisible());
+        selectByName(doc, "Bank");
+        inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
+            d->nameText->setText("Changed");
+            QVERIFY(!d->okButton->isEnabled());
+            d->callout->done(0);
+        });
+        delete doc;
+        ::umount2(QFile::encodeName(mount).constData(), MNT_DETACH);
+    }
+
+    void dragAndDropBetweenTwoFiles()
+    {
+        QVERIFY(makePackage(pkg("From.qvm"), "pw", bankList()));
+        QVERIFY(makePackage(pkg("To.qvm"), "pw", EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::Button, ""}}}));
+        MyDocument *from = open(pkg("From.qvm"));
+        MyDocument *to = open(pkg("To.qvm"));
+        QVERIFY(from && to);
+        QAbstractItemModel *fromModel = from->passwordTable->model();
+        std::unique_ptr<QMimeData> mime(fromModel->mimeData({fromModel->index(0, 1), fromModel->index(1, 1)}));
+        QVERIFY(mime);
+        QVERIFY(mime->hasFormat("PW Items"));
+        QCOMPARE(QString::fromUtf8(mime->data("DB Path")), from->filePath());
+        QVERIFY(!fromModel->canDropMimeData(mime.get(), Qt::CopyAction, -1, -1, {})); // not onto itself
+        QAbstractItemModel *toModel = to->passwordTable->model();
+        QVERIFY(toModel->canDropMimeData(mime.get(), Qt::CopyAction, -1, -1, {}));
+        QVERIFY(toModel->dropMimeData(mime.get(), Qt::CopyAction, -1, -1, {}));
+        QTest::qWait(50);
+        QCOMPARE(names(to->file().passwordArray()), (QStringList{"Bank", "Bank2", "Mail"}));
+        QCOMPARE(to->passwordTable->selectedRows(), QList<int>{1}); // the first dropped entry
+        QCOMPARE(names(from->file().passwordArray()), (QStringList{"Bank", "Mail", "Shop"}));
+    }
+
+    void changingThePasswordFromTheWindow()
+    {
+        QVERIFY(makePackage(pkg("Change.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Change.qvm"));
+        QVERIFY(doc);
+        ModalResponder r;
+        bool okWhileDifferent = true, okWhenEqual = false;
+        QString told;
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<ChangePasswordPanel *>(w);
+            QVERIFY(p);
+            QVERIFY(!p->framis2OKButton->isEnabled());
+            QTest::keyClicks(p->newFramis, "n3w");
+            QTest::keyClicks(p->newFramis2, "n3");
+            okWhileDifferent = p->framis2OKButton->isEnabled();
+            QTest::keyClicks(p->newFramis2, "w");
+            okWhenEqual = p->framis2OKButton->isEnabled();
+            p->framis2OKButton->click();
+        });
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<PromptPanel *>(w);
+            QVERIFY(p);
+            told = p->promptMessage->text();
+            p->promptDefaultButton->click();
+        });
+        doc->changePassword();
+        QTRY_VERIFY(r.done());
+        QVERIFY(!okWhileDifferent);
+        QVERIFY(okWhenEqual);
+        QCOMPARE(told, QString("Password changed."));
+        ScriptedDelegate d;
+        d.passwords = {"n3w"};
+        PasswordFile check(pkg("Change.qvm"), nullptr, &d);
+        QCOMPARE(check.open(PasswordFile::KeychainUse::Never), PasswordFile::OpenResult::Opened);
+    }
+
+    void reLockingAfterTheWindowWasLeft()
+    {
+        QVERIFY(makePackage(pkg("Lock.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Lock.qvm"));
+        QVERIFY(doc);
+        QWidget elsewhere;
+        elsewhere.resize(200, 100);
+        elsewhere.show();
+
+        // 2: one minute's grace; coming back in time asks nothing.
+        gPrefs->setInteger(2, Pref::PasswordPrompt);
+        elsewhere.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&elsewhere));
+        QTRY_VERIFY(doc->passwordTimer.isActive());
+        QCOMPARE(doc->passwordTimer.interval(), 60000);
+        doc->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(doc));
+        QTRY_VERIFY(!doc->passwordTimer.isActive());
+        QVERIFY(!doc->promptForPassword());
+        QCOMPARE(gWebsiteDocument.data(), doc);
+
+        // 1: asked again at once on return. (The answer is ready before leaving: the window
+        // manager may hand the focus back at any moment.)
+        gPrefs->setInteger(1, Pref::PasswordPrompt);
+        {
+            ModalResponder r;
+            QString asked;
+            r.then([&](QWidget *w) { typePassword(w, "pw", &asked); });
+            elsewhere.activateWindow();
+            (void)QTest::qWaitForWindowActive(&elsewhere);
+            QTRY_VERIFY(doc->promptForPassword() || r.done());
+            doc->activateWindow();
+            QTRY_VERIFY(r.done());
+            QCOMPARE(asked, QString("Re-enter Password:"));
+            QTRY_COMPARE(gWebsiteDocument.data(), doc);
+            QVERIFY(doc->isOpen());
+        }
+
+        // Cancelling the request closes the window.
+        QPointer<MyDocument> watched = doc;
+        {
+            ModalResponder cancel;
+            cancel.then([](QWidget *w) { static_cast<QDialog *>(w)->done(0); });
+            elsewhere.activateWindow();
+            (void)QTest::qWaitForWindowActive(&elsewhere);
+            QTRY_VERIFY(watched.isNull() || watched->promptForPassword() || cancel.done());
+            if (watched)
+                watched->activateWindow();
+            QTRY_VERIFY(cancel.done());
+            QTRY_VERIFY(watched.isNull() || !watched->isVisible());
+        }
+        QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
+        gPrefs->setInteger(0, Pref::PasswordPrompt);
+    }
+};
+
+QTEST_MAIN(TestGuiDocuments)
+#include "tst_gui_documents.moc"
