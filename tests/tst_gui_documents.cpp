@@ -209,6 +209,47 @@ private Q_SLOTS:
         QCOMPARE(doc->windowTitle(), QString("Created — Tessaline"));
     }
 
+    void theLastSessionsFilesAreReopened()
+    {
+        QVERIFY(makePackage(pkg("One.qvm"), "pw", bankList()));
+        QVERIFY(makePackage(pkg("Two.qvm"), "pw", bankList()));
+        MyDocument *one = open(pkg("One.qvm"));
+        MyDocument *two = open(pkg("Two.qvm"));
+        QVERIFY(one && two);
+        QVERIFY(m_controller->openFile(pkg("notes.txt"))); // not a password file: ignored, still YES
+        QCOMPARE(m_controller->documents().size(), 2);
+        m_controller->applicationWillTerminate();
+        QCOMPARE(gPrefs->objectForKey(Pref::LastPWFiles).toList(), (QVariantList{pkg("One.qvm"), pkg("Two.qvm")}));
+        QWPrefs onDisk(kApplicationID);
+        QCOMPARE(onDisk.objectForKey(Pref::LastPWFiles).toList().size(), 2);
+
+        // Next start: both come back, in order.
+        m_controller = std::make_unique<Controller>(&m_keychain);
+        m_controller->awakeFromNib();
+        ModalResponder r;
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        QVERIFY(m_controller->applicationOpenUntitledFile());
+        QTRY_VERIFY(r.done());
+        QTRY_COMPARE(m_controller->documents().size(), 2);
+        QCOMPARE(m_controller->documents()[0]->filePath(), pkg("One.qvm"));
+
+        // Files that are gone: the new-file panel, and the older key is not consulted.
+        for (MyDocument *d : m_controller->documents())
+            delete d;
+        gPrefs->setObject(QVariantList{pkg("Gone.qvm")}, Pref::LastPWFiles);
+        gPrefs->setObject(pkg("One.qvm"), Pref::LastPWFile);
+        ModalResponder cancel;
+        bool offered = false;
+        cancel.then([&](QWidget *w) {
+            offered = qobject_cast<QFileDialog *>(w) != nullptr;
+            static_cast<QDialog *>(w)->reject();
+        });
+        QVERIFY(m_controller->applicationOpenUntitledFile());
+        QVERIFY(offered);
+        QVERIFY(m_controller->documents().isEmpty());
+    }
+
     void reopeningByKeychainAndByPrompt()
     {
         QVERIFY(makePackage(pkg("ByKeychain.qvm"), "pw", bankList()));
