@@ -1,0 +1,241 @@
+#include "KeyNames.h"
+
+#include "platform/KeyboardLayout.h"
+
+#include <QLocale>
+
+#include <cmath>
+#include <numbers>
+
+namespace tess {
+
+namespace {
+
+const KeyboardLayout *gLayout = nullptr;
+QHash<QString, int> gStringToKeyCode;
+
+constexpr int kPadKeys[] = {65, 67, 69, 75, 78, 81, 82, 83, 84, 85, 86, 87, 88, 89, 91, 92};
+
+QHash<int, QString> buildFixedNames()
+{
+    QHash<int, QString> d;
+    const int fkeys[] = {122, 120, 99, 118, 96, 97, 98, 100, 101, 109, 103, 111, 105, 107, 113, 106, 64, 79, 80};
+    for (int i = 0; i < 19; ++i)
+        d.insert(fkeys[i], QStringLiteral("F%1").arg(i + 1));
+    d.insert(49, SRLocalizedString(QStringLiteral("Space")));
+    d.insert(51, QString(QChar(0x232B)));
+    d.insert(117, QString(QChar(0x2326)));
+    d.insert(71, QString(QChar(0x2327)));
+    d.insert(123, QString(QChar(0x2190)));
+    d.insert(124, QString(QChar(0x2192)));
+    d.insert(126, QString(QChar(0x2191)));
+    d.insert(125, QString(QChar(0x2193)));
+    d.insert(119, QString(QChar(0x2198)));
+    d.insert(115, QString(QChar(0x2196)));
+    d.insert(53, QString(QChar(0x238B)));
+    d.insert(121, QString(QChar(0x21DF)));
+    d.insert(116, QString(QChar(0x21DE)));
+    d.insert(36, QString(QChar(0x21A9)));
+    d.insert(76, QString(QChar(0x2305)));
+    d.insert(48, QString(QChar(0x21E5)));
+    d.insert(114, QStringLiteral("?"));
+    return d;
+}
+
+} // namespace
+
+quint64 SRCarbonToCocoaFlags(quint32 carbon)
+{
+    quint64 cocoa = 0;
+    if (carbon & CarbonMask::Command)
+        cocoa |= CocoaMask::Command;
+    if (carbon & CarbonMask::Shift)
+        cocoa |= CocoaMask::Shift;
+    if (carbon & CarbonMask::Option)
+        cocoa |= CocoaMask::Option;
+    if (carbon & CarbonMask::Control)
+        cocoa |= CocoaMask::Control;
+    if (carbon & CarbonMask::Function)
+        cocoa |= CocoaMask::Function;
+    return cocoa;
+}
+
+quint32 SRCocoaToCarbonFlags(quint64 cocoa)
+{
+    quint32 carbon = 0;
+    if (cocoa & CocoaMask::Command)
+        carbon |= CarbonMask::Command;
+    if (cocoa & CocoaMask::Shift)
+        carbon |= CarbonMask::Shift;
+    if (cocoa & CocoaMask::Option)
+        carbon |= CarbonMask::Option;
+    if (cocoa & CocoaMask::Control)
+        carbon |= CarbonMask::Control;
+    if (cocoa & CocoaMask::Function)
+        carbon |= CarbonMask::Function;
+    return carbon;
+}
+
+QString SRLocalizedString(const QString &key)
+{
+    // This platform's names for the modifiers: Command is Ctrl, Option is Alt, Control is Super.
+    static const QHash<QString, QString> table = {
+        {QStringLiteral("Pad %@"), QStringLiteral("Pad %1")},
+        {QStringLiteral("Command + "), QStringLiteral("Ctrl + ")},
+        {QStringLiteral("Option + "), QStringLiteral("Alt + ")},
+        {QStringLiteral("Control + "), QStringLiteral("Super + ")},
+        {QStringLiteral("Shift + "), QStringLiteral("Shift + ")},
+    };
+    return table.value(key, key);
+}
+
+const QHash<int, QString> &SRKeyCodeTransformer::keyCodeToStringDict()
+{
+    static const QHash<int, QString> d = buildFixedNames();
+    return d;
+}
+
+bool SRKeyCodeTransformer::isPadKey(int keyCode)
+{
+    return std::find(std::begin(kPadKeys), std::end(kPadKeys), keyCode) != std::end(kPadKeys);
+}
+
+void SRKeyCodeTransformer::setKeyboardLayout(const KeyboardLayout *layout)
+{
+    gLayout = layout;
+    regenerateStringToKeyCodeMapping();
+}
+
+const KeyboardLayout *SRKeyCodeTransformer::keyboardLayout()
+{
+    return gLayout;
+}
+
+QVariant SRKeyCodeTransformer::transformedValue(const QVariant &value) const
+{
+    bool ok = false;
+    const int raw = value.toInt(&ok);
+    if (!ok || !value.canConvert<int>() || value.typeId() == QMetaType::QString)
+        return {};
+    const qint16 code = qint16(raw);
+    if (code < 0)
+        return {};
+    const auto &fixed = keyCodeToStringDict();
+    auto it = fixed.constFind(code);
+    if (it != fixed.constEnd())
+        return *it;
+    if (!gLayout)
+        return {};
+    const QString text = gLayout->characterForKeyCode(code, false, false);
+    if (text.isEmpty())
+        return {};
+    const QString name = QString(text.at(0)).toUpper();
+    if (isPadKey(code))
+        return SRLocalizedString(QStringLiteral("Pad %@")).arg(name);
+    return name;
+}
+
+QVariant SRKeyCodeTransformer::reverseTransformedValue(const QVariant &value) const
+{
+    if (value.typeId() != QMetaType::QString)
+        return {};
+    auto it = gStringToKeyCode.constFind(value.toString());
+    if (it == gStringToKeyCode.constEnd())
+        return {};
+    return *it;
+}
+
+void SRKeyCodeTransformer::regenerateStringToKeyCodeMapping()
+{
+    gStringToKeyCode.clear();
+    SRKeyCodeTransformer t;
+    for (int code = 0; code < 128; ++code) {
+        const QString name = t.transformedValue(code).toString();
+        if (!name.isEmpty())
+            gStringToKeyCode.insert(name, code); // a later code wins
+    }
+}
+
+QString SRStringForKeyCode(int keyCode)
+{
+    static const SRKeyCodeTransformer shared;
+    return shared.transformedValue(keyCode).toString();
+}
+
+QString SRStringForCocoaModifierFlags(quint64 flags)
+{
+    QString s;
+    if (flags & CocoaMask::Control)
+        s += QChar(0x2303);
+    if (flags & CocoaMask::Option)
+        s += QChar(0x2325);
+    if (flags & CocoaMask::Shift)
+        s += QChar(0x21E7);
+    if (flags & CocoaMask::Command)
+        s += QChar(0x2318);
+    return s;
+}
+
+QString SRStringForCarbonModifierFlags(quint32 flags)
+{
+    return SRStringForCocoaModifierFlags(SRCarbonToCocoaFlags(flags));
+}
+
+QString SRStringForCocoaModifierFlagsAndKeyCode(quint64 flags, int keyCode)
+{
+    return SRStringForCocoaModifierFlags(flags) + SRStringForKeyCode(keyCode);
+}
+
+QString SRStringForCarbonModifierFlagsAndKeyCode(quint32 flags, int keyCode)
+{
+    return SRStringForCarbonModifierFlags(flags) + SRStringForKeyCode(keyCode);
+}
+
+QString SRReadableStringForCocoaModifierFlagsAndKeyCode(quint64 flags, int keyCode)
+{
+    QString s;
+    if (flags & CocoaMask::Command)
+        s += SRLocalizedString(QStringLiteral("Command + "));
+    if (flags & CocoaMask::Option)
+        s += SRLocalizedString(QStringLiteral("Option + "));
+    if (flags & CocoaMask::Control)
+        s += SRLocalizedString(QStringLiteral("Control + "));
+    if (flags & CocoaMask::Shift)
+        s += SRLocalizedString(QStringLiteral("Shift + "));
+    return s + SRStringForKeyCode(keyCode);
+}
+
+QString SRReadableStringForCarbonModifierFlagsAndKeyCode(quint32 flags, int keyCode)
+{
+    return SRReadableStringForCocoaModifierFlagsAndKeyCode(SRCarbonToCocoaFlags(flags), keyCode);
+}
+
+QString SRCharacterForKeyCodeAndCocoaFlags(int keyCode, quint64 flags)
+{
+    // Only the Shift and Option bits reach the layout, in their Carbon positions.
+    const quint64 state = (flags >> 8) & 0xA00;
+    const QString text = gLayout ? gLayout->characterForKeyCode(keyCode, state & 0x200, state & 0x800) : QString();
+    if (text.isEmpty())
+        return SRStringForKeyCode(keyCode);
+    return QLocale().toUpper(QString(text.at(0)));
+}
+
+QString SRCharacterForKeyCodeAndCarbonFlags(int keyCode, quint32 flags)
+{
+    return SRCharacterForKeyCodeAndCocoaFlags(keyCode, SRCarbonToCocoaFlags(flags));
+}
+
+double SRAnimationEaseInOut(double t)
+{
+    return (std::sin(t * std::numbers::pi - std::numbers::pi / 2) + 1) / 2;
+}
+
+int keyCodeForKey(const QString &key)
+{
+    for (int code = 0; code < 256; ++code)
+        if (SRStringForKeyCode(code).toLower() == key && !SRStringForKeyCode(code).isEmpty())
+            return code;
+    return -1;
+}
+
+} // namespace tess

@@ -1,0 +1,200 @@
+// Key names and modifier masks, and the typing engine's keystroke sequences and timings.
+
+#include "core/login/Typing.h"
+#include "core/shortcuts/KeyNames.h"
+#include "platform/fake/RecordingKeySink.h"
+#include "platform/fake/UsKeyboardLayout.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace tess;
+
+class TestKeys : public QObject {
+    Q_OBJECT
+
+    UsKeyboardLayout m_us;
+
+private Q_SLOTS:
+    void initTestCase() { SRKeyCodeTransformer::setKeyboardLayout(&m_us); }
+
+    void keyNames_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("name");
+        QTest::addRow("Space") << 49 << "Space";
+        QTest::addRow("F1") << 122 << "F1";
+        QTest::addRow("F19") << 80 << "F19";
+        QTest::addRow("Return") << 36 << QString(QChar(0x21A9));
+        QTest::addRow("Tab") << 48 << QString(QChar(0x21E5));
+        QTest::addRow("Help") << 114 << "?";
+        QTest::addRow("letter, upper-cased") << 0 << "A";
+        QTest::addRow("U") << 32 << "U";
+        QTest::addRow("digit") << 18 << "1";
+        QTest::addRow("keypad") << 83 << "Pad 1";
+        QTest::addRow("keypad star") << 67 << "Pad *";
+        QTest::addRow("negative") << -1 << QString();
+        QTest::addRow("not on the layout") << 127 << QString();
+    }
+    void keyNames()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, name);
+        QCOMPARE(SRStringForKeyCode(code), name);
+    }
+
+    void modifierStrings()
+    {
+        QCOMPARE(SRStringForCarbonModifierFlags(0x1B00), QString::fromUtf8("⌃⌥⇧⌘"));
+        QCOMPARE(SRStringForCarbonModifierFlags(0), QString());
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0900, 32), QString::fromUtf8("⌥⌘U"));
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x120000, 96), QString::fromUtf8("⇧⌘F5"));
+        // Readable: Command, Option, Control, Shift, then the key, with this platform's names.
+        QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(0x1B00, 32), QString("Ctrl + Alt + Super + Shift + U"));
+        QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(2304, 35), QString("Ctrl + Alt + P"));
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0100, -1), QString::fromUtf8("⌘")); // an unknown key shows nothing
+    }
+
+    void maskConversions()
+    {
+        QCOMPARE(SRCarbonToCocoaFlags(0x0900), quint64(0x180000));
+        QCOMPARE(SRCocoaToCarbonFlags(0x180000), quint32(0x0900));
+        QCOMPARE(SRCocoaToCarbonFlags(0x010000 | 0x100000), quint32(0x0100)); // Caps Lock is dropped
+        QCOMPARE(SRCarbonToCocoaFlags(0x800000 | 0x1000), quint64(0x800000 | 0x040000));
+        QCOMPARE(SRCocoaToCarbonFlags(0x800000), quint32(0x800000));
+        QCOMPARE(SRCarbonToCocoaFlags(0x0001), quint64(0)); // other bits are dropped
+    }
+
+    void charactersWithModifiers()
+    {
+        QCOMPARE(SRCharacterForKeyCodeAndCocoaFlags(0, 0), QString("A"));
+        QCOMPARE(SRCharacterForKeyCodeAndCocoaFlags(18, CocoaMask::Shift), QString("!"));
+        QCOMPARE(SRCharacterForKeyCodeAndCarbonFlags(18, CarbonMask::Shift | CarbonMask::Command), QString("!"));
+        QCOMPARE(SRCharacterForKeyCodeAndCocoaFlags(18, CocoaMask::Command), QString("1")); // Command does not reach the layout
+        QCOMPARE(SRCharacterForKeyCodeAndCocoaFlags(49, 0), QString("Space")); // falls back to the name
+    }
+
+    void reverseLookupAndKeyCodeForKey()
+    {
+        SRKeyCodeTransformer t;
+        QVERIFY(SRKeyCodeTransformer::allowsReverseTransformation());
+        QCOMPARE(t.reverseTransformedValue(QString("U")).toInt(), 32);
+        QCOMPARE(t.reverseTransformedValue(QString("F5")).toInt(), 96);
+        QCOMPARE(t.reverseTransformedValue(QString("Pad 5")).toInt(), 87);
+        QVERIFY(!t.reverseTransformedValue(QString("nothing")).isValid());
+        QVERIFY(!t.reverseTransformedValue(32).isValid());
+        QCOMPARE(keyCodeForKey("u"), 32);
+        QCOMPARE(keyCodeForKey("p"), 35);
+        QCOMPARE(keyCodeForKey("v"), 9);
+        QCOMPARE(keyCodeForKey("U"), -1); // compared with lower-cased names
+        QCOMPARE(keyCodeForKey("1"), 18);
+    }
+
+    void easing()
+    {
+        QCOMPARE(SRAnimationEaseInOut(0), 0.0);
+        QCOMPARE(SRAnimationEaseInOut(1), 1.0);
+        QVERIFY(qFuzzyCompare(SRAnimationEaseInOut(0.5), 0.5));
+        QVERIFY(SRAnimationEaseInOut(0.25) < 0.25);
+    }
+
+    void keyPresses()
+    {
+        QCOMPARE(tab(), (KeyScript{{KeyAction::KeyDown, 48, 0, {}, 0}, {KeyAction::KeyUp, 48, 0, {}, 0}}));
+        QCOMPARE(nextPage().first().keyCode, 36);
+        // Only the key-down of the paste key carries Command.
+        const KeyScript paste = pasteString("secret", 9);
+        QCOMPARE(paste, (KeyScript{{KeyAction::Wait, 0, 0, {}, 1000000}, {KeyAction::SetClipboard, 0, 0, "secret", 0},
+                                   {KeyAction::KeyDown, 9, 0x100000, {}, 0}, {KeyAction::KeyUp, 9, 0, {}, 0}}));
+    }
+
+    void typingDelays_data()
+    {
+        QTest::addColumn<qint64>("speed");
+        QTest::addColumn<qint64>("micros");
+        QTest::addRow("1") << qint64(1) << qint64(247500);
+        QTest::addRow("50") << qint64(50) << qint64(125000);
+        QTest::addRow("99") << qint64(99) << qint64(2500);
+        QTest::addRow("100") << qint64(100) << qint64(0);
+        QTest::addRow("150") << qint64(150) << qint64(0);
+        QTest::addRow("-1") << qint64(-1) << qint64(252500);
+    }
+    void typingDelays()
+    {
+        QFETCH(qint64, speed);
+        QFETCH(qint64, micros);
+        const QString text = QString::fromUtf8("aé😀");
+        const KeyScript s = typeString(text, speed);
+        KeyScript expected;
+        for (QChar unit : text) {
+            if (micros)
+                expected.append({KeyAction::Wait, 0, 0, {}, micros});
+            expected.append({KeyAction::KeyDown, 1, 0, QString(unit), 0});
+            expected.append({KeyAction::KeyUp, 1, 0, QString(unit), 0});
+        }
+        QCOMPARE(s, expected);
+        QCOMPARE(s.count({KeyAction::KeyDown, 1, 0, QString(text.at(2)), 0}), 1); // surrogate halves go one per pair
+        QVERIFY(typeString(QString(), speed).isEmpty());
+    }
+
+    void typingOrPasting()
+    {
+        QCOMPARE(enterString("x", 0, 9).at(1).type, KeyAction::SetClipboard);
+        QCOMPARE(enterString("x", 100, 9).first().type, KeyAction::KeyDown);
+    }
+
+    void tabsBeforeAField_data()
+    {
+        QTest::addColumn<QVariant>("tabSwitch");
+        QTest::addColumn<QVariant>("count");
+        QTest::addColumn<int>("tabs");
+        QTest::addRow("0 is one Tab") << QVariant(true) << QVariant(qint64(0)) << 1;
+        QTest::addRow("3 is four") << QVariant(true) << QVariant(qint64(3)) << 4;
+        QTest::addRow("negative is none") << QVariant(true) << QVariant(qint64(-1)) << 0;
+        QTest::addRow("switch off") << QVariant(false) << QVariant(qint64(3)) << 0;
+        QTest::addRow("switch absent") << QVariant() << QVariant(qint64(3)) << 0;
+        QTest::addRow("count absent") << QVariant(true) << QVariant() << 1;
+        QTest::addRow("count not a number") << QVariant(true) << QVariant(QString("many")) << 1;
+    }
+    void tabsBeforeAField()
+    {
+        QFETCH(QVariant, tabSwitch);
+        QFETCH(QVariant, count);
+        QFETCH(int, tabs);
+        Entry e;
+        if (tabSwitch.isValid())
+            e.insert("websitePasswordTabSwitch", tabSwitch);
+        if (count.isValid())
+            e.insert("websitePasswordTabCount", count);
+        e.insert("websiteUserIDTabSwitch", true);
+        e.insert("websiteUserIDTabCount", qint64(5));
+        QCOMPARE(doTABs("Password", e), [&] {
+            KeyScript s;
+            for (int i = 0; i < tabs; ++i)
+                s += tab();
+            return s;
+        }());
+    }
+
+    void playingThroughASink()
+    {
+        RecordingKeySink sink;
+        KeyScriptPlayer player(&sink);
+        QSignalSpy done(&player, &KeyScriptPlayer::finished);
+        QElapsedTimer t;
+        t.start();
+        player.play(typeString("abc", 90)); // 25 ms before each
+        QVERIFY(done.wait(2000));
+        QVERIFY(t.elapsed() >= 74);
+        QCOMPARE(sink.typedText(), QString("abc"));
+        QCOMPARE(sink.events.size(), 6);
+        player.play(pasteString("pw", 9));
+        QVERIFY(done.wait(3000));
+        QCOMPARE(sink.clipboard, QStringList{"pw"});
+        QCOMPARE(sink.events.last(), (RecordingKeySink::Event{9, 0, false, {}}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKeys)
+#include "tst_keys.moc"
