@@ -10,7 +10,7 @@ PACKAGES=(
   libxcb1-dev libxcb-xtest0-dev libxcb-xkb-dev libxkbcommon-dev libxkbcommon-x11-dev libglib2.0-dev
   libbenchmark-dev clang libclang-rt-14-dev
   gobjc libgnustep-base-dev
-  xvfb xauth openbox x11-xkb-utils x11-utils xdotool
+  xvfb xauth openbox x11-xkb-utils x11-utils xdotool xterm xclip
   dbus dbus-x11 gnome-keyring libsecret-tools
   desktop-file-utils fonts-dejavu-core
 )

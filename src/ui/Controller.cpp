@@ -1,6 +1,7 @@
 #include "Controller.h"
 
 #include "core/app/QWPrefs.h"
+#include "core/shortcuts/KeyNames.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/x11/X11Session.h"
 #include "ui/Globals.h"
@@ -28,11 +29,14 @@ const QString Controller::kCreateMessage = QStringLiteral("Choose a name, locati
 const QString Controller::kAuthorizationNeeded = QStringLiteral("Authorization Needed");
 
 namespace {
-// Virtual key codes of "u", "p" and "v" on the layout-independent key positions.
-constexpr int kKeyCodeU = 32;
-constexpr int kKeyCodeP = 35;
-constexpr int kKeyCodeV = 9;
 constexpr quint32 kCommandOption = 2304;
+
+// The key that gives this letter on the user's layout; its US position when none does.
+int keyCodeOr(const QString &letter, int usPosition)
+{
+    const int code = keyCodeForKey(letter);
+    return code >= 0 ? code : usPosition;
+}
 } // namespace
 
 qint64 normalizedGeneratedPasswordLength(qint64 stored)
@@ -65,7 +69,7 @@ void Controller::awakeFromNib()
 {
     // No location check on this platform: packages install where the system puts them.
     gController = this;
-    gPasteCode = kKeyCodeV;
+    gPasteCode = keyCodeOr(QStringLiteral("v"), 9);
     gDebugInfo.reserve(255);
     static std::unique_ptr<QWPrefs> prefs;
     prefs = std::make_unique<QWPrefs>(QWPrefs::applicationIDToLoad(), kApplicationID);
@@ -76,19 +80,15 @@ void Controller::awakeFromNib()
         const QString oldUser = gPrefs->objectForKey(Pref::HotkeyUserID).toString();
         if (!oldUser.isEmpty()) {
             // Older settings kept the hot keys as characters; their modifiers stay unset.
-            auto code = [](const QString &c) {
-                static const QString letters = QStringLiteral("asdfhgzxcv?bqweryt123465=97-80]ou[ip?lj'k;\\,/nm.");
-                const qsizetype i = letters.indexOf(c.left(1).toLower());
-                return i < 0 ? qint64(-1) : qint64(i);
-            };
+            auto code = [](const QString &c) { return qint64(keyCodeForKey(c)); };
             gPrefs->setInteger(code(oldUser), Pref::HotkeyCodeUserID);
             gPrefs->setInteger(code(gPrefs->objectForKey(Pref::HotkeyPassword).toString()), Pref::HotkeyCodePassword);
             gPrefs->removeObjectForKey(Pref::HotkeyUserID);
             gPrefs->removeObjectForKey(Pref::HotkeyPassword);
         } else {
-            gPrefs->setInteger(kKeyCodeU, Pref::HotkeyCodeUserID);
+            gPrefs->setInteger(keyCodeOr(QStringLiteral("u"), 32), Pref::HotkeyCodeUserID);
             gPrefs->setUInt32(kCommandOption, Pref::HotkeyUserIDModifierFlags);
-            gPrefs->setInteger(kKeyCodeP, Pref::HotkeyCodePassword);
+            gPrefs->setInteger(keyCodeOr(QStringLiteral("p"), 35), Pref::HotkeyCodePassword);
             gPrefs->setUInt32(kCommandOption, Pref::HotkeyPasswordModifierFlags);
         }
     }

@@ -1,7 +1,9 @@
 // Tessaline: the desktop application.
 
 #include "core/app/QWPrefs.h"
+#include "core/shortcuts/KeyNames.h"
 #include "platform/linux/SecretServiceKeychain.h"
+#include "platform/x11/XkbKeyboardLayout.h"
 #include "ui/Controller.h"
 #include "ui/MyDocument.h"
 
@@ -9,6 +11,8 @@
 #include <QCommandLineParser>
 #include <QScreen>
 #include <QTimer>
+
+#include <memory>
 
 int main(int argc, char **argv)
 {
@@ -27,6 +31,16 @@ int main(int argc, char **argv)
     parser.addOption(screenshot);
     parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Password files (.qvm folders) to open."), QStringLiteral("[FILE.qvm...]"));
     parser.process(app);
+
+    // Key names follow the X server's layout, and change with it.
+    std::unique_ptr<tess::XkbKeyboardLayout> layout;
+    if (auto *x11 = app.nativeInterface<QNativeInterface::QX11Application>()) {
+        layout = std::make_unique<tess::XkbKeyboardLayout>(x11->connection());
+        if (layout->isValid()) {
+            app.installNativeEventFilter(layout.get());
+            tess::SRKeyCodeTransformer::setKeyboardLayout(layout.get());
+        }
+    }
 
     tess::SecretServiceKeychain keychain;
     tess::Controller controller(&keychain);

@@ -78,8 +78,34 @@ void KeyScriptPlayer::play(const KeyScript &script)
     }
     m_script = script;
     m_next = 0;
+    m_waitingForRelease.start();
+    start();
+}
+
+void KeyScriptPlayer::start()
+{
+    // Keys typed while the user still holds Ctrl or Alt of a hot key would become shortcuts.
+    const QString reason = m_sink->notReadyReason();
+    if (!reason.isEmpty()) {
+        if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs) {
+            QTimer::singleShot(20, this, &KeyScriptPlayer::start);
+            return;
+        }
+        m_script.clear();
+        m_next = 0;
+        Q_EMIT failed(reason);
+        return;
+    }
+    QString characters;
+    for (const KeyAction &a : std::as_const(m_script))
+        if (a.type == KeyAction::KeyDown)
+            characters += a.text;
     m_clock.start();
-    m_deadlineMicros = 0;
+    m_deadlineMicros = m_sink->prepare(characters);
+    if (m_deadlineMicros > 0) {
+        QTimer::singleShot(int((m_deadlineMicros + 999) / 1000), Qt::PreciseTimer, this, &KeyScriptPlayer::step);
+        return;
+    }
     step();
 }
 
@@ -108,6 +134,7 @@ void KeyScriptPlayer::step()
     }
     m_script.clear();
     m_next = 0;
+    m_sink->finish();
     Q_EMIT finished();
 }
 

@@ -55,10 +55,16 @@ public:
     void play(const KeyScript &script);
     bool isPlaying() const { return m_next < m_script.size(); }
 
+    // How long a script waits for the user to let go of the modifiers of a hot key.
+    static constexpr int kReleaseTimeoutMs = 2000;
+
 Q_SIGNALS:
     void finished();
+    // Nothing was typed: the reason, for the user.
+    void failed(const QString &reason);
 
 private:
+    void start();
     void step();
     KeySink *m_sink;
     KeyScript m_script;
@@ -66,6 +72,7 @@ private:
     // Waits add up against one clock, so that rounding to whole milliseconds does not drift.
     QElapsedTimer m_clock;
     qint64 m_deadlineMicros = 0;
+    QElapsedTimer m_waitingForRelease;
 };
 
 } // namespace tess
