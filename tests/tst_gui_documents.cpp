@@ -144,6 +144,18 @@ class TestGuiDocuments : public QObject {
         QTest::qWait(50); // the deferred save
     }
 
+    // Makes the document's window the active one, as a click on it would.
+    static bool activate(QWidget *w)
+    {
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            w->raise();
+            w->activateWindow();
+            if (QTest::qWaitForWindowActive(w, 3000))
+                return true;
+        }
+        return false;
+    }
+
     static void selectByName(MyDocument *doc, const QString &name)
     {
         doc->passwordTable->selectRowAlone(int(entryWithName(doc->file().passwordArray(), name)));
@@ -382,6 +394,7 @@ private Q_SLOTS:
         MyDocument *doc = open(pkg("Find.qvm"));
         QVERIFY(doc);
         QVERIFY(!doc->searchForwardButton->isEnabled());
+        QVERIFY(activate(doc));
         doc->find();
         QVERIFY(doc->searchField->hasFocus());
         QTest::keyClicks(doc->searchField, "bank");
@@ -504,15 +517,15 @@ private Q_SLOTS:
         QWidget elsewhere;
         elsewhere.resize(200, 100);
         elsewhere.show();
+        QVERIFY(activate(doc));
+        QTRY_COMPARE(gWebsiteDocument.data(), doc);
 
         // 2: one minute's grace; coming back in time asks nothing.
         gPrefs->setInteger(2, Pref::PasswordPrompt);
-        elsewhere.activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&elsewhere));
+        QVERIFY(activate(&elsewhere));
         QTRY_VERIFY(doc->passwordTimer.isActive());
         QCOMPARE(doc->passwordTimer.interval(), 60000);
-        doc->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(doc));
+        QVERIFY(activate(doc));
         QTRY_VERIFY(!doc->passwordTimer.isActive());
         QVERIFY(!doc->promptForPassword());
         QCOMPARE(gWebsiteDocument.data(), doc);
@@ -524,8 +537,7 @@ private Q_SLOTS:
             ModalResponder r;
             QString asked;
             r.then([&](QWidget *w) { typePassword(w, "pw", &asked); });
-            elsewhere.activateWindow();
-            (void)QTest::qWaitForWindowActive(&elsewhere);
+            (void)activate(&elsewhere);
             QTRY_VERIFY(doc->promptForPassword() || r.done());
             doc->activateWindow();
             QTRY_VERIFY(r.done());
@@ -539,8 +551,7 @@ private Q_SLOTS:
         {
             ModalResponder cancel;
             cancel.then([](QWidget *w) { static_cast<QDialog *>(w)->done(0); });
-            elsewhere.activateWindow();
-            (void)QTest::qWaitForWindowActive(&elsewhere);
+            (void)activate(&elsewhere);
             QTRY_VERIFY(watched.isNull() || watched->promptForPassword() || cancel.done());
             if (watched)
                 watched->activateWindow();

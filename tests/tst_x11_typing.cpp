@@ -107,10 +107,6 @@ private Q_SLOTS:
         m_window->resize(600, 100);
         m_window->show();
         QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
-        // Known limit, still open: the first keys bound for characters without a key are lost
-        // in a receiver that has not seen such a binding before (xdotool --delay 0 loses them
-        // the same way). Warm this receiver up once.
-        typeIntoWindow(kOthers, QString());
     }
 
     void cleanupTestCase()
@@ -160,7 +156,7 @@ private Q_SLOTS:
             tapKey(66);
         QCOMPARE(a, kAscii);
         QCOMPARE(b, kOthers);
-        QCOMPARE(m_sink->spareKeycodesInUse(), 0); // bindings are undone after the script
+        QTRY_COMPARE_WITH_TIMEOUT(m_sink->spareKeycodesInUse(), 0, 5000); // bindings are undone after the script
         QVERIFY(setLayout("us"));
     }
 
@@ -173,9 +169,7 @@ private Q_SLOTS:
         QVERIFY(term.waitForStarted());
         QVERIFY(QProcess::execute("xdotool", {"search", "--sync", "--name", "tessaline-typing-target", "windowactivate", "--sync"}) == 0);
         QTest::qWait(300);
-        // Characters without a key are not checked here yet: xterm loses them now and then even
-        // after a first binding (the known limit in initTestCase).
-        const QString text = kAscii;
+        const QString text = kAscii + kOthers;
         KeyScript s = typeString(text, 100);
         s += nextPage();
         s += doKeyboardEvent(2, CocoaMask::Command); // Ctrl+D ends cat's input

@@ -44,35 +44,30 @@ QHash<int, QString> buildFixedNames()
 
 } // namespace
 
+namespace {
+// Each modifier's bit in the two conventions; every other bit is dropped by the conversions.
+constexpr std::pair<quint32, quint64> kMaskPairs[] = {
+    {CarbonMask::Command, CocoaMask::Command}, {CarbonMask::Shift, CocoaMask::Shift},
+    {CarbonMask::Option, CocoaMask::Option},   {CarbonMask::Control, CocoaMask::Control},
+    {CarbonMask::Function, CocoaMask::Function},
+};
+} // namespace
+
 quint64 SRCarbonToCocoaFlags(quint32 carbon)
 {
     quint64 cocoa = 0;
-    if (carbon & CarbonMask::Command)
-        cocoa |= CocoaMask::Command;
-    if (carbon & CarbonMask::Shift)
-        cocoa |= CocoaMask::Shift;
-    if (carbon & CarbonMask::Option)
-        cocoa |= CocoaMask::Option;
-    if (carbon & CarbonMask::Control)
-        cocoa |= CocoaMask::Control;
-    if (carbon & CarbonMask::Function)
-        cocoa |= CocoaMask::Function;
+    for (const auto &[c, k] : kMaskPairs)
+        if (carbon & c)
+            cocoa |= k;
     return cocoa;
 }
 
 quint32 SRCocoaToCarbonFlags(quint64 cocoa)
 {
     quint32 carbon = 0;
-    if (cocoa & CocoaMask::Command)
-        carbon |= CarbonMask::Command;
-    if (cocoa & CocoaMask::Shift)
-        carbon |= CarbonMask::Shift;
-    if (cocoa & CocoaMask::Option)
-        carbon |= CarbonMask::Option;
-    if (cocoa & CocoaMask::Control)
-        carbon |= CarbonMask::Control;
-    if (cocoa & CocoaMask::Function)
-        carbon |= CarbonMask::Function;
+    for (const auto &[c, k] : kMaskPairs)
+        if (cocoa & k)
+            carbon |= c;
     return carbon;
 }
 

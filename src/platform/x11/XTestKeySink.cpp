@@ -23,6 +23,9 @@ constexpr quint32 kNoSymbol = 0;
 
 XTestKeySink::XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layout) : m_c(connection), m_layout(layout)
 {
+    m_restoreTimer.setSingleShot(true);
+    m_restoreTimer.setInterval(kRestoreDelayMs);
+    QObject::connect(&m_restoreTimer, &QTimer::timeout, [this] { restoreBindings(); });
     const xcb_setup_t *setup = xcb_get_setup(m_c);
     m_root = xcb_setup_roots_iterator(setup).data->root;
     m_minKeycode = setup->min_keycode;
@@ -145,6 +148,7 @@ QString XTestKeySink::notReadyReason()
 
 qint64 XTestKeySink::prepare(const QString &characters)
 {
+    restoreBindings();
     m_layout->reload(); // the layout may have changed since the last script
     loadModifierMapping();
     m_highSurrogate = 0;
@@ -218,15 +222,25 @@ qint64 XTestKeySink::prepare(const QString &characters)
     return 50000;
 }
 
+void XTestKeySink::restoreBindings()
+{
+    m_restoreTimer.stop();
+    if (!m_bound.isEmpty())
+        xcb_change_keyboard_mapping(m_c, quint8(m_rangeHigh - m_rangeLow + 1), quint8(m_rangeLow), quint8(m_rangePer),
+                                    m_rangeSyms.data());
+    m_bound.clear();
+    xcb_flush(m_c);
+}
+
 void XTestKeySink::finish()
 {
     for (quint8 kc : std::as_const(m_heldForFlags))
         fake(kc, false);
     m_heldForFlags.clear();
+    // Receivers translate a key with the mapping they hold when they get round to it: undoing
+    // the bindings at once loses the characters of a receiver that is still catching up.
     if (!m_bound.isEmpty())
-        xcb_change_keyboard_mapping(m_c, quint8(m_rangeHigh - m_rangeLow + 1), quint8(m_rangeLow), quint8(m_rangePer),
-                                    m_rangeSyms.data());
-    m_bound.clear();
+        m_restoreTimer.start();
     if (m_relockCaps && !m_modifierKeycodes[kLock].empty()) {
         fake(m_modifierKeycodes[kLock].front(), true);
         fake(m_modifierKeycodes[kLock].front(), false);

@@ -10,6 +10,7 @@
 
 #include <QHash>
 #include <QSet>
+#include <QTimer>
 
 #include <vector>
 
@@ -22,6 +23,10 @@ class XkbKeyboardLayout;
 class XTestKeySink : public KeySink {
 public:
     XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layout);
+    ~XTestKeySink() override { restoreBindings(); }
+
+    // How long bindings for characters without a key outlive the script that made them.
+    static constexpr int kRestoreDelayMs = 1500;
 
     void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override;
     void setClipboard(const QString &text) override;
@@ -31,6 +36,7 @@ public:
 
     // The bindings made for characters without a key (for tests).
     int spareKeycodesInUse() const { return int(m_bound.size()); }
+    void restoreBindings();
 
 private:
     struct KeyPress {
@@ -57,6 +63,7 @@ private:
     bool m_relockCaps = false;
     QList<quint8> m_heldForFlags;
     char16_t m_highSurrogate = 0;
+    QTimer m_restoreTimer;
 };
 
 } // namespace tess
