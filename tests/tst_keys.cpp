@@ -1,6 +1,8 @@
 // Key names and modifier masks, and the typing engine's keystroke sequences and timings.
 
+#include "core/app/QWPrefs.h"
 #include "core/login/Typing.h"
+#include "support/TestSupport.h"
 #include "core/shortcuts/KeyNames.h"
 #include "platform/fake/RecordingKeySink.h"
 #include "platform/fake/UsKeyboardLayout.h"
@@ -142,6 +144,17 @@ private Q_SLOTS:
     {
         QCOMPARE(enterString("x", 0, 9).at(1).type, KeyAction::SetClipboard);
         QCOMPARE(enterString("x", 100, 9).first().type, KeyAction::KeyDown);
+        // The setting is read again for every field.
+        testsupport::ScopedHome home;
+        QWPrefs prefs(kApplicationID);
+        gPrefs = &prefs;
+        QCOMPARE(theTypeSpeed, -1);
+        prefs.setInteger(50, Pref::TypeSpeed);
+        QCOMPARE(enterString("x", 9).first(), (KeyAction{KeyAction::Wait, 0, 0, {}, 125000}));
+        QCOMPARE(theTypeSpeed, 50);
+        prefs.setInteger(0, Pref::TypeSpeed);
+        QCOMPARE(enterString("x", 9).at(1).type, KeyAction::SetClipboard);
+        gPrefs = nullptr;
     }
 
     void tabsBeforeAField_data()

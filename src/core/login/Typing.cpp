@@ -54,6 +54,19 @@ KeyScript enterString(const QString &text, qint64 typeSpeed, int pasteCode)
     return typeSpeed != 0 ? typeString(text, typeSpeed) : pasteString(text, pasteCode);
 }
 
+qint64 theTypeSpeed = -1;
+
+void setTypeSpeed()
+{
+    theTypeSpeed = gPrefs ? gPrefs->integerForKey(Pref::TypeSpeed) : 0;
+}
+
+KeyScript enterString(const QString &text, int pasteCode)
+{
+    setTypeSpeed();
+    return enterString(text, theTypeSpeed, pasteCode);
+}
+
 KeyScript doTABs(const QString &kind, const Entry &entry)
 {
     if (!plistBool(entry.value(QStringLiteral("website%1TabSwitch").arg(kind))))

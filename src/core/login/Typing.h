@@ -46,6 +46,17 @@ KeyScript enterString(const QString &text, qint64 typeSpeed, int pasteCode);
 // doTABs: the Tabs an entry asks for before its "UserID" or "Password" field.
 KeyScript doTABs(const QString &kind, const Entry &entry);
 
+// The last "typeSpeed" read from the settings; -1 until first read.
+extern qint64 theTypeSpeed;
+// setTypeSpeed: reads "typeSpeed" into theTypeSpeed.
+void setTypeSpeed();
+// enterString as logins call it: re-reads "typeSpeed" first, so a change in the settings takes
+// effect at the next field.
+KeyScript enterString(const QString &text, int pasteCode);
+// clearCurrentScrapFromTimer: deliberately does nothing; the pasted text stays on the
+// clipboard, marked as a secret.
+inline void clearCurrentScrapFromTimer() {}
+
 // Plays scripts through a sink, one after the other; waits run on timers.
 class KeyScriptPlayer : public QObject {
     Q_OBJECT
