@@ -38,7 +38,6 @@ public:
     bool passwordIsInKeychain(const QString &password);
     void deletePasswordFromKeychain();
     bool savePasswordInKeychain(const QString &password);
-    bool savePasswordInKeychain(std::nullptr_t) { return false; }
 
     bool encrypt(const QByteArray &plaintext, const QString &path);
     bool decrypt(const QString &source, const QString &destination, bool andDelete);
