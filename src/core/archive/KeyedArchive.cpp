@@ -347,7 +347,7 @@ private:
         return std::uint64_t(m_doc.objects[m_doc.refPool[arr->refStart + i]].integer);
     }
 
-    QVariant decode(std::uint64_t number, int depth)
+    QVariant decode(std::uint64_t number, int depth, bool memoizeStrings = false)
     {
         if (number == 0)
             return {};
@@ -356,11 +356,11 @@ private:
         if (depth > kMaxDepth)
             return error(QStringLiteral("nesting too deep"));
         const std::uint32_t plistIndex = m_objects[number];
-        // Numbers are cheap to decode again. Strings are made once (dictionary keys are shared by
-        // every entry); instances are decoded once, which also bounds the work on archives that
-        // share one subtree many times, and catches cycles.
+        // Numbers and values are cheap to decode again. Dictionary keys are made once (every
+        // entry shares them); instances are decoded once, which also bounds the work on archives
+        // that share one subtree many times, and catches cycles.
         const Kind kind = m_doc.objects[plistIndex].kind;
-        if (kind != Kind::Dict && kind != Kind::String)
+        if (kind != Kind::Dict && !(memoizeStrings && kind == Kind::String))
             return decodeFresh(plistIndex, depth);
         switch (m_state[number]) {
         case State::Done:
@@ -444,7 +444,7 @@ private:
             // checks on every call.
             std::map<QString, QVariant> map;
             for (std::uint32_t i = 0; i < keys->refCount; ++i) {
-                const QVariant k = decode(uidAt(keys, i), depth + 1);
+                const QVariant k = decode(uidAt(keys, i), depth + 1, true);
                 if (!m_error.isEmpty())
                     return {};
                 if (k.typeId() != QMetaType::QString)
