@@ -441,33 +441,37 @@ bool Document::stringEquals(const Object &o, std::string_view ascii) const
     return string(o) == QLatin1StringView(ascii.data(), qsizetype(ascii.size()));
 }
 
+namespace {
+// An object whose bytes live in one of the document's pools, at the pool's next slot.
+template <class T>
+Object ownedObject(Kind kind, std::vector<T> &pool, const T &value)
+{
+    Object o(kind);
+    o.text = Object::Text::Owned;
+    o.integer = std::int64_t(pool.size());
+    pool.push_back(value);
+    return o;
+}
+} // namespace
+
 std::uint32_t Document::addString(const QString &s)
 {
-    Object o(Kind::String);
-    o.text = Object::Text::Owned;
-    o.integer = std::int64_t(stringPool.size());
-    stringPool.push_back(s);
-    objects.push_back(o);
+    objects.push_back(ownedObject(Kind::String, stringPool, s));
     return std::uint32_t(objects.size() - 1);
 }
 
 std::uint32_t Document::addData(const QByteArray &d)
 {
-    Object o(Kind::Data);
-    o.text = Object::Text::Owned;
-    o.integer = std::int64_t(dataPool.size());
-    dataPool.push_back(d);
-    objects.push_back(o);
+    objects.push_back(ownedObject(Kind::Data, dataPool, d));
     return std::uint32_t(objects.size() - 1);
 }
 
 void Document::setString(std::uint32_t index, const QString &s)
 {
-    Object &o = objects[index];
-    o.kind = Kind::String;
-    o.text = Object::Text::Owned;
-    o.integer = std::int64_t(stringPool.size());
-    stringPool.push_back(s);
+    const Object o = ownedObject(Kind::String, stringPool, s);
+    objects[index].kind = o.kind;
+    objects[index].text = o.text;
+    objects[index].integer = o.integer;
 }
 
 QByteArray write(const Document &doc)
