@@ -26,20 +26,11 @@ using namespace tess::testsupport;
 
 namespace {
 
-struct Run {
-    int code;
-    QByteArray out, err;
-};
+using Run = CliRun;
 
 Run cli(const QStringList &args, const QByteArray &input = "pw\n")
 {
-    QProcess p;
-    p.setChildProcessModifier([] { ::setsid(); }); // no terminal to prompt on
-    p.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline-cli", args);
-    p.write(input);
-    p.closeWriteChannel();
-    p.waitForFinished(120000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(), p.readAllStandardError()};
+    return runCli(args, input);
 }
 
 // A tmpfs of its own, to make a package read-only or its disk full. Needs root; tests skip
@@ -304,6 +295,36 @@ private Q_SLOTS:
         QVERIFY2(found.isEmpty(), qPrintable(found.join(", ")));
         QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
         QCOMPARE(openList(path, "n3w").size(), 1);
+    }
+
+    void concurrentWritersLoseNothing()
+    {
+        const QString path = pkg("Busy.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(300)));
+        // Two scripts add entries as fast as they can, at the same time.
+        const int n = 12;
+        QList<QProcess *> loops;
+        for (const QString &who : {QStringLiteral("A"), QStringLiteral("B")}) {
+            auto *p = new QProcess(this);
+            p->setChildProcessModifier([] { ::setsid(); });
+            p->start("bash", {"-c", QStringLiteral("for i in $(seq -w 1 %1); do echo pw | \"$0\" add \"$1\" \"%2 $i\" "
+                                                   "--password-stdin --no-keychain || exit 1; done")
+                                        .arg(n).arg(who),
+                              qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline-cli", path});
+            loops.append(p);
+        }
+        for (QProcess *p : loops) {
+            QVERIFY(p->waitForFinished(240000));
+            QCOMPARE(p->exitCode(), 0);
+            delete p;
+        }
+        const EntryList list = openList(path);
+        QStringList added;
+        for (const QVariant &e : list)
+            if (!entryName(e).startsWith("Site "))
+                added.append(entryName(e));
+        QCOMPARE(added.size(), 2 * n);
+        QCOMPARE(list.size(), 300 + 2 * n);
     }
 
     void anInterruptedSaveLeavesTheOldOrTheNewFile()

@@ -18,6 +18,25 @@ EntryList named(const QStringList &names)
     return list;
 }
 
+// "Name=password" for each entry: a list written the short way.
+EntryList passwords(const QStringList &items)
+{
+    EntryList list;
+    for (const QString &item : items) {
+        const qsizetype eq = item.lastIndexOf(u'=');
+        list.append(Entry{{EntryKey::Path, item.left(eq)}, {EntryKey::Password, item.mid(eq + 1)}});
+    }
+    return list;
+}
+
+QStringList asPasswords(const EntryList &list)
+{
+    QStringList out;
+    for (const QVariant &e : list)
+        out.append(entryName(e) + u'=' + e.toMap().value(EntryKey::Password).toString());
+    return out;
+}
+
 QStringList names(const EntryList &list)
 {
     QStringList out;
@@ -141,6 +160,64 @@ private Q_SLOTS:
         QCOMPARE(nextRowWrapping(0, 3, true), 1);
         QCOMPARE(nextRowWrapping(0, 3, false), 2);
         QCOMPARE(nextRowWrapping(2, 3, false), 1);
+    }
+
+    void mergingThreeWays_data()
+    {
+        QTest::addColumn<QStringList>("base");
+        QTest::addColumn<QStringList>("ours");
+        QTest::addColumn<QStringList>("theirs");
+        QTest::addColumn<QStringList>("merged");
+        QTest::addRow("added outside only") << QStringList{"A=1"} << QStringList{"A=1", "C=1"} << QStringList{"A=1", "B=1"}
+                                            << QStringList{"A=1", "B=1", "C=1"};
+        QTest::addRow("changed outside only") << QStringList{"A=1", "B=1"} << QStringList{"A=1", "B=1", "C=1"}
+                                              << QStringList{"A=2", "B=1"} << QStringList{"A=2", "B=1", "C=1"};
+        QTest::addRow("changed here only") << QStringList{"A=1", "B=1"} << QStringList{"A=2", "B=1"}
+                                           << QStringList{"A=1", "B=1", "D=1"} << QStringList{"A=2", "B=1", "D=1"};
+        QTest::addRow("deleted outside, untouched here goes") << QStringList{"A=1", "B=1"} << QStringList{"A=1", "B=1", "C=1"}
+                                                              << QStringList{"A=1"} << QStringList{"A=1", "C=1"};
+        QTest::addRow("deleted here stays deleted") << QStringList{"A=1", "B=1"} << QStringList{"A=1"}
+                                                    << QStringList{"A=1", "B=1", "D=1"} << QStringList{"A=1", "D=1"};
+        QTest::addRow("deleted outside, changed here stays") << QStringList{"A=1", "B=1"} << QStringList{"A=1", "B=2"}
+                                                             << QStringList{"A=1"} << QStringList{"A=1", "B=2"};
+        QTest::addRow("deleted here, changed outside stays") << QStringList{"A=1", "B=1"} << QStringList{"A=1"}
+                                                             << QStringList{"A=1", "B=2"} << QStringList{"A=1", "B=2"};
+        QTest::addRow("changed on both sides: kept twice") << QStringList{"A=1", "B=1"} << QStringList{"A=2", "B=1"}
+                                                           << QStringList{"A=3"} << QStringList{"A (CONFLICTED)=3", "A=2"};
+        QTest::addRow("added on both sides differently") << QStringList{} << QStringList{"A=1"} << QStringList{"A=2"}
+                                                         << QStringList{"A (CONFLICTED)=2", "A=1"};
+        QTest::addRow("conflict name already taken") << QStringList{"A=1", "A (CONFLICTED)=x"}
+                                                     << QStringList{"A=2", "A (CONFLICTED)=x"}
+                                                     << QStringList{"A=3", "A (CONFLICTED)=x"}
+                                                     << QStringList{"A (CONFLICTED)2=3", "A (CONFLICTED)=x", "A=2"};
+        QTest::addRow("identical on both sides") << QStringList{"A=1", "B=1"} << QStringList{"A=2", "C=1"}
+                                                 << QStringList{"A=2", "C=1"} << QStringList{"A=2", "C=1"};
+        QTest::addRow("same change on both sides among others") << QStringList{"A=1", "B=1"} << QStringList{"A=2", "B=1", "C=1"}
+                                                                << QStringList{"A=2", "B=3"} << QStringList{"A=2", "B=3", "C=1"};
+        QTest::addRow("renamed here, changed outside") << QStringList{"Bank=1"} << QStringList{"Checking=1"}
+                                                       << QStringList{"Bank=2"} << QStringList{"Bank=2", "Checking=1"};
+        QTest::addRow("a name held twice") << QStringList{"A=1", "A=2"} << QStringList{"A=1", "A=5"}
+                                           << QStringList{"A=1", "A=2", "B=1"} << QStringList{"A=1", "A=5", "B=1"};
+    }
+    void mergingThreeWays()
+    {
+        QFETCH(QStringList, base);
+        QFETCH(QStringList, ours);
+        QFETCH(QStringList, theirs);
+        QFETCH(QStringList, merged);
+        QStringList got = asPasswords(mergeThreeWays(passwords(base), passwords(ours), passwords(theirs)));
+        got.sort();
+        QCOMPARE(got, merged);
+        // Which side is "ours" only decides whose version keeps the name.
+        got = asPasswords(mergeThreeWays(passwords(base), passwords(theirs), passwords(ours)));
+        QCOMPARE(got.size(), merged.size());
+    }
+
+    void mergingWithNothingChangedHereTakesTheirListAsItIs()
+    {
+        // As a reload does: their order and every key, untouched.
+        const EntryList theirs{Entry{{EntryKey::Path, "Zeta"}, {EntryKey::UserIDTabSwitch, true}}, Entry{{EntryKey::Path, "Bank"}}};
+        QCOMPARE(mergeThreeWays(passwords({"A=1"}), passwords({"A=1"}), theirs), theirs);
     }
 
     void searchSteps_data()

@@ -6,6 +6,7 @@
 #include "core/storage/PasswordFile.h"
 #include "platform/linux/SecretServiceKeychain.h"
 #include "support/FileSupport.h"
+#include "support/GuiSupport.h"
 #include "support/TestSupport.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
@@ -27,7 +28,6 @@
 #include <QTest>
 #include <QToolButton>
 
-#include <deque>
 #include <functional>
 #include <sys/mount.h>
 
@@ -35,61 +35,6 @@ using namespace tess;
 using namespace tess::testsupport;
 
 namespace {
-
-// Answers modal windows as they come up, one answer each, in order. Every showing counts:
-// a panel shown again (a retry) is a new question.
-class ModalResponder : public QObject {
-public:
-    using Answer = std::function<void(QWidget *)>;
-    ModalResponder()
-    {
-        qApp->installEventFilter(this);
-        m_timer.setInterval(15);
-        connect(&m_timer, &QTimer::timeout, this, [this] { poll(); });
-        m_timer.start();
-    }
-    ~ModalResponder() override { qApp->removeEventFilter(this); }
-    void then(Answer a) { m_answers.push_back(std::move(a)); }
-    bool done() const { return m_answers.empty(); }
-
-protected:
-    bool eventFilter(QObject *o, QEvent *e) override
-    {
-        if (e->type() == QEvent::Show && o->isWidgetType()) {
-            auto *w = static_cast<QWidget *>(o);
-            if (w->isWindow() && w->isModal())
-                m_shown.append(w);
-        }
-        return false;
-    }
-
-private:
-    void poll()
-    {
-        while (!m_shown.isEmpty() && !m_answers.empty()) {
-            QPointer<QWidget> w = m_shown.takeFirst();
-            if (!w || !w->isVisible())
-                continue;
-            Answer a = std::move(m_answers.front());
-            m_answers.pop_front();
-            a(w);
-            return;
-        }
-    }
-    QTimer m_timer;
-    std::deque<Answer> m_answers;
-    QList<QPointer<QWidget>> m_shown;
-};
-
-void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr)
-{
-    auto *panel = qobject_cast<PasswordPanel *>(w);
-    QVERIFY2(panel, "expected the password panel");
-    if (promptSeen)
-        *promptSeen = panel->framisPrompt->text();
-    panel->framisText->setText(password);
-    panel->done(1);
-}
 
 QStringList names(const EntryList &list)
 {
@@ -108,30 +53,8 @@ EntryList bankList()
 
 } // namespace
 
-class TestGuiDocuments : public QObject {
+class TestGuiDocuments : public DocumentSuite {
     Q_OBJECT
-
-    std::unique_ptr<ScopedHome> m_home;
-    SecretServiceKeychain m_keychain;
-    std::unique_ptr<Controller> m_controller;
-
-    QString pkg(const QString &name) const { return m_home->path() + "/" + name; }
-
-    MyDocument *open(const QString &path, const QString &password = "pw")
-    {
-        ModalResponder r;
-        if (!password.isNull())
-            r.then([password](QWidget *w) { typePassword(w, password); });
-        m_controller->openFile(path);
-        MyDocument *doc = m_controller->documentForPath(path);
-        if (!doc)
-            return nullptr;
-        for (int i = 0; i < 300 && !doc->isOpen(); ++i)
-            QTest::qWait(20);
-        if (doc->isOpen())
-            (void)QTest::qWaitForWindowActive(doc);
-        return doc->isOpen() ? doc : nullptr;
-    }
 
     // Opens the editor on the entry (or with Add), lets `edit` work on it, waits for it to close.
     void inEditor(MyDocument *doc, const std::function<void()> &start, const std::function<void(MyDocument *)> &edit)
@@ -144,46 +67,7 @@ class TestGuiDocuments : public QObject {
         QTest::qWait(50); // the deferred save
     }
 
-    // Makes the document's window the active one, as a click on it would.
-    static bool activate(QWidget *w)
-    {
-        for (int attempt = 0; attempt < 3; ++attempt) {
-            w->raise();
-            w->activateWindow();
-            if (QTest::qWaitForWindowActive(w, 3000))
-                return true;
-        }
-        return false;
-    }
-
-    static void selectByName(MyDocument *doc, const QString &name)
-    {
-        doc->passwordTable->selectRowAlone(int(entryWithName(doc->file().passwordArray(), name)));
-    }
-
 private Q_SLOTS:
-    void initTestCase()
-    {
-        if (!qEnvironmentVariableIsSet("TESSALINE_TEST_SESSION"))
-            QSKIP("needs the test session of `make test` (Xvfb, D-Bus, keyring)");
-    }
-
-    void init()
-    {
-        m_home = std::make_unique<ScopedHome>();
-        m_controller = std::make_unique<Controller>(&m_keychain);
-        m_controller->awakeFromNib();
-    }
-
-    void cleanup()
-    {
-        for (MyDocument *d : m_controller->documents())
-            delete d;
-        m_controller.reset();
-        gPrefs = nullptr;
-        m_home.reset();
-    }
-
     void creatingAFileAsksForTheSamePasswordTwice()
     {
         const QString path = pkg("Created.qvm");

@@ -3,6 +3,7 @@
 
 #include "core/archive/KeyedArchive.h"
 #include "core/entries/Entry.h"
+#include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/fake/MapKeychain.h"
 #include "support/FileSupport.h"
@@ -271,6 +272,76 @@ private Q_SLOTS:
         QVERIFY(mine.readPasswordFileDataIfChanged().entriesReloaded);
         QCOMPARE(names(mine.passwordArray()), (QStringList{"Apple", "Bank", "Mail", "Zeta"}));
         QVERIFY(!mine.checkForUpdates().entriesReloaded);
+    }
+
+    void aSaveMergesWhatAnotherWriterSavedMeanwhile()
+    {
+        const QString path = pkg("Bank.qvm");
+        const Entry bank{{EntryKey::Path, "Bank"}, {EntryKey::Password, "b4nk"}};
+        const Entry mail{{EntryKey::Path, "Mail"}, {EntryKey::Password, "m4il"}};
+        const Entry shop{{EntryKey::Path, "Shop"}, {EntryKey::Password, "sh0p"}};
+        QVERIFY(makePackage(path, "pw", EntryList{bank, mail, shop}));
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile mine(path, nullptr, &d), theirs(path, nullptr, &d);
+        QCOMPARE(mine.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(theirs.open(), PasswordFile::OpenResult::Opened);
+
+        // Another writer adds, changes and deletes; this one has read none of it.
+        Entry bankTheirs = bank, shopTheirs = shop;
+        bankTheirs.insert(EntryKey::Password, "theirs");
+        shopTheirs.insert(EntryKey::Notes, "changed there");
+        theirs.passwordArray() = EntryList{bankTheirs, shopTheirs, Entry{{EntryKey::Path, "News"}}};
+        QVERIFY(theirs.save());
+
+        Entry bankMine = bank;
+        bankMine.insert(EntryKey::Password, "mine");
+        mine.passwordArray()[0] = bankMine;                     // changed on both sides
+        mine.passwordArray().append(Entry{{EntryKey::Path, "Apple"}}); // added here
+        const int before = d.entriesReplacedCount;
+        QVERIFY(mine.save());
+        QVERIFY(d.entriesReplacedCount > before); // the window reloads its table
+        const EntryList expected{Entry{{EntryKey::Path, "Apple"}}, bankMine,
+                                 Entry{{EntryKey::Path, "Bank (CONFLICTED)"}, {EntryKey::Password, "theirs"}},
+                                 Entry{{EntryKey::Path, "News"}}, shopTheirs};
+        QCOMPARE(mine.passwordArray(), expected);
+        QVERIFY(!mine.fileChanged());
+
+        // What was written is the merge, and the other writer takes it in the same way.
+        theirs.passwordArray().removeAt(entryWithName(theirs.passwordArray(), "News")); // deleted there
+        QVERIFY(theirs.save());
+        QCOMPARE(names(theirs.passwordArray()), (QStringList{"Apple", "Bank", "Bank (CONFLICTED)", "Shop"}));
+        ScriptedDelegate again;
+        again.passwords = {"pw"};
+        PasswordFile check(path, nullptr, &again);
+        QCOMPARE(check.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(check.passwordArray(), theirs.passwordArray());
+    }
+
+    void writersTakeThePackageLockInTurn()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile one(path, nullptr, &d), two(path, nullptr, &d);
+        QCOMPARE(one.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(two.open(), PasswordFile::OpenResult::Opened);
+        const int wait = PasswordFile::kPackageLockWaitMs;
+        PasswordFile::kPackageLockWaitMs = 50;
+        {
+            PasswordFile::Locked held(one);
+            QVERIFY(held.ok());
+            QVERIFY(one.save()); // a nested hold
+            two.passwordArray().append(Entry{{EntryKey::Path, "Late"}});
+            QVERIFY(!two.save()); // waits, then gives up: nothing interleaves
+            QCOMPARE(d.messages.last(), PasswordFile::kSaveFailed);
+        }
+        PasswordFile::kPackageLockWaitMs = wait;
+        QVERIFY(two.save());
+        QCOMPARE(names(two.passwordArray()), (QStringList{"Bank", "Late", "Mail"}));
+        // The lock is on the package folder itself: nothing is left in it.
+        QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
     }
 
     void aReloadThatCannotDecryptKeepsTheList()

@@ -15,6 +15,7 @@
 #include <QTextStream>
 
 #include <cstdio>
+#include <optional>
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -424,6 +425,18 @@ int runFileCommand(const QString &command, const QStringList &args)
     if (!file.PWFileWriteable() && command != u"keychain") {
         error(QStringLiteral("%1 is read-only").arg(file.packagePath()));
         return ExitCannotWrite;
+    }
+
+    // The read-change-write holds the package lock from here to the save, and changes what the
+    // file holds now: another writer may have saved since it was opened.
+    std::optional<PasswordFile::Locked> lock;
+    if (command == u"add" || command == u"edit" || command == u"rm") {
+        lock.emplace(file);
+        if (!lock->ok()) {
+            error(QStringLiteral("%1 is being written by another program; try again").arg(file.packagePath()));
+            return ExitCannotWrite;
+        }
+        file.mergeOutsideChanges();
     }
 
     if (command == u"add") {

@@ -5,6 +5,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
+
+#include <unistd.h>
 
 namespace tess::testsupport {
 
@@ -33,6 +36,25 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
     return QDir().mkpath(path)
         && writeBytes(path + "/Data.qvmi", encryptForFile(archive::encodeKeyedArchive(entries), password, false))
         && writeBytes(path + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(t), password, false));
+}
+
+QStringList entryNames(const QVariantList &list)
+{
+    QStringList out;
+    for (const QVariant &e : list)
+        out.append(e.toMap().value(QStringLiteral("Path")).toString());
+    return out;
+}
+
+CliRun runCli(const QStringList &args, const QByteArray &input)
+{
+    QProcess p;
+    p.setChildProcessModifier([] { ::setsid(); }); // no terminal to prompt on
+    p.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + QStringLiteral("/tessaline-cli"), args);
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(120000);
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(), p.readAllStandardError()};
 }
 
 } // namespace tess::testsupport

@@ -45,4 +45,15 @@ bool writeBytes(const QString &path, const QByteArray &bytes);
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,
                  const QStringList &titles = {});
 
+// The entries' names, in list order.
+QStringList entryNames(const QVariantList &list);
+
+// Runs tessaline-cli from the build folder, in a session of its own (no terminal to prompt
+// on), with `input` on its standard input.
+struct CliRun {
+    int code; // -1 when it did not exit normally
+    QByteArray out, err;
+};
+CliRun runCli(const QStringList &args, const QByteArray &input = "pw\n");
+
 } // namespace tess::testsupport

@@ -1,5 +1,6 @@
 #include "EntryList.h"
 
+#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -170,6 +171,77 @@ bool mergeConflictingEntries(EntryList &list, const EntryList &copy)
         appended = true;
     }
     return appended;
+}
+
+namespace {
+
+// An entry's place in the merge: its name and which entry of that name it is, so that a
+// list holding one name twice still merges entry by entry.
+using MergeKey = QPair<QString, int>;
+
+QHash<MergeKey, qsizetype> keyedByName(const EntryList &list, QList<MergeKey> *keys = nullptr)
+{
+    QHash<MergeKey, qsizetype> index;
+    QHash<QString, int> seen;
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        const QString name = entryName(list[i]);
+        const MergeKey key{name, seen[name]++};
+        index.insert(key, i);
+        if (keys)
+            keys->append(key);
+    }
+    return index;
+}
+
+} // namespace
+
+EntryList mergeThreeWays(const EntryList &base, const EntryList &ours, const EntryList &theirs)
+{
+    if (ours == base)
+        return theirs;
+    if (theirs == base || theirs == ours)
+        return ours;
+    QList<MergeKey> ourKeys, theirKeys;
+    const auto inBase = keyedByName(base);
+    const auto inOurs = keyedByName(ours, &ourKeys);
+    const auto inTheirs = keyedByName(theirs, &theirKeys);
+    auto baseEntry = [&](const MergeKey &k) { return inBase.contains(k) ? base[inBase.value(k)] : QVariant(); };
+
+    EntryList merged;
+    EntryList conflicting;
+    for (qsizetype i = 0; i < ours.size(); ++i) {
+        const QVariant &mine = ours[i];
+        const QVariant before = baseEntry(ourKeys[i]);
+        if (!inTheirs.contains(ourKeys[i])) {
+            // Deleted there: it goes unless it was changed here (or is new here).
+            if (!before.isValid() || mine != before)
+                merged.append(mine);
+            continue;
+        }
+        const QVariant &other = theirs[inTheirs.value(ourKeys[i])];
+        if (other == mine || other == before) {
+            merged.append(mine);
+        } else if (before.isValid() && mine == before) {
+            merged.append(other);
+        } else {
+            merged.append(mine);
+            conflicting.append(other);
+        }
+    }
+    for (qsizetype i = 0; i < theirs.size(); ++i) {
+        if (inOurs.contains(theirKeys[i]))
+            continue;
+        // Deleted here stays deleted, unless it was changed there meanwhile.
+        const QVariant before = baseEntry(theirKeys[i]);
+        if (!before.isValid() || theirs[i] != before)
+            merged.append(theirs[i]);
+    }
+    for (const QVariant &v : std::as_const(conflicting)) {
+        Entry e = v.toMap();
+        e.insert(EntryKey::Path, uniqueNameForName(merged, entryName(v) + QStringLiteral(" (CONFLICTED)")));
+        merged.append(e);
+    }
+    return merged;
 }
 
 } // namespace tess

@@ -36,6 +36,14 @@ QString droppedEntryName(const EntryList &list, const QString &name);
 // Answers whether anything was appended.
 bool mergeConflictingEntries(EntryList &list, const EntryList &copy);
 
+// Merges a list changed elsewhere (theirs) into ours, both derived from base, entry by entry
+// by name: a change on one side only is taken; an entry deleted on one side and untouched on
+// the other goes; an entry deleted on one side and changed on the other stays, changed, so
+// that no edit is lost; an entry changed (or added) on both sides differently is kept twice,
+// ours under its name and theirs as "NAME (CONFLICTED)" made unique. With ours unchanged
+// from base the result is theirs exactly.
+EntryList mergeThreeWays(const EntryList &base, const EntryList &ours, const EntryList &theirs);
+
 } // namespace tess
 
 namespace tess {

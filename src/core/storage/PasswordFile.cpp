@@ -7,6 +7,7 @@
 #include "core/storage/Crypto.h"
 #include "platform/Keychain.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -39,7 +40,14 @@ const QString kDataPre20 = QStringLiteral("Data.qvme");
 const QString kRecentCurrent = QStringLiteral("Recent Websites.qvmi");
 const QString kRecentPre20 = QStringLiteral("Recent Websites.qvme");
 const QString kRecent = QStringLiteral("Recent Websites");
+
+QByteArray digestOf(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
+}
 } // namespace
+
+int PasswordFile::kPackageLockWaitMs = 10000;
 
 PasswordFile::PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate)
     : m_packagePath(QDir::cleanPath(QFileInfo(packagePath).absoluteFilePath())), m_keychain(keychain),
@@ -239,9 +247,11 @@ bool PasswordFile::decryptDataAtPath(const QString &path)
     QFile in(path);
     if (!in.open(QIODevice::ReadOnly))
         return false;
-    QByteArray plain = m_crypt->doCrypt(in.readAll(), false);
+    const QByteArray cipher = in.readAll();
+    QByteArray plain = m_crypt->doCrypt(cipher, false);
     if (plain.isNull())
         return false;
+    m_decryptedDigest = digestOf(cipher);
     m_decrypted = m_pre20File ? archive::decodeTypedStream(plain) : archive::decodeKeyedArchive(plain);
     plain.fill('\0');
     return m_decrypted.isValid();
@@ -254,12 +264,18 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
     if (!onlyIfChanged || dataDate != m_lastDataModificationTime) {
         if (onlyIfChanged)
             decryptDataAtPath(m_dataPath);
-        const QVariant list = m_decrypted.isValid() ? m_decrypted : unarchive(m_tempDataPath);
+        const bool fromFile = m_decrypted.isValid();
+        const QVariant list = fromFile ? m_decrypted : unarchive(m_tempDataPath);
         m_decrypted.clear();
         // A scratch copy that cannot be read (changed elsewhere under another password)
         // leaves the list as it is rather than emptying it.
         if (list.typeId() == QMetaType::QVariantList) {
-            m_passwordArray = list.toList();
+            const EntryList theirs = list.toList();
+            // A reload keeps what was changed here and not yet written (after a failed save);
+            // with nothing of the kind it is the file's list as it stands.
+            m_passwordArray = onlyIfChanged ? mergeThreeWays(m_lastRead, m_passwordArray, theirs) : theirs;
+            m_lastRead = theirs;
+            m_lastDataDigest = fromFile ? m_decryptedDigest : QByteArray();
             result.entriesReloaded = true;
         }
         secureDelete(m_tempDataPath);
@@ -344,20 +360,74 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataIfChanged()
     return fileChanged() ? readPasswordFileDataAgain(true) : ReadResult();
 }
 
+bool PasswordFile::lockPackage()
+{
+    if (m_packageLockDepth == 0) {
+        // A file system that takes no locks (some network ones) still gets its writes.
+        if (m_packageLock.lock(m_packagePath, kPackageLockWaitMs) == DirectoryLock::Result::Busy)
+            return false;
+    }
+    ++m_packageLockDepth;
+    return true;
+}
+
+void PasswordFile::unlockPackage()
+{
+    if (m_packageLockDepth > 0 && --m_packageLockDepth == 0)
+        m_packageLock.release();
+}
+
+PasswordFile::ReadResult PasswordFile::mergeOutsideChanges()
+{
+    ReadResult result;
+    const QString path = inPackage(kDataCurrent);
+    QFile f(path);
+    if (m_pre20File || !f.open(QIODevice::ReadOnly))
+        return result;
+    // By content, not by date: two writes within one tick of the file system's clock would
+    // share a modification date.
+    const QByteArray cipher = f.readAll();
+    const QByteArray digest = digestOf(cipher);
+    if (digest == m_lastDataDigest)
+        return result;
+    QByteArray plain = m_crypt->doCrypt(cipher, false);
+    // Written under another password: there is nothing to merge, and it is written over.
+    const QVariant theirs = plain.isNull() ? QVariant() : archive::decodeKeyedArchive(plain);
+    plain.fill('\0');
+    if (theirs.typeId() != QMetaType::QVariantList)
+        return result;
+    const EntryList merged = mergeThreeWays(m_lastRead, m_passwordArray, theirs.toList());
+    m_lastRead = theirs.toList();
+    m_lastDataDigest = digest;
+    m_lastDataModificationTime = modificationTime(path);
+    if (merged != m_passwordArray) {
+        m_passwordArray = merged;
+        result.entriesReloaded = true;
+        m_delegate->entriesReplaced();
+    }
+    return result;
+}
+
 bool PasswordFile::save()
 {
+    Locked lock(*this);
+    if (lock.ok())
+        mergeOutsideChanges();
     sortEntries(m_passwordArray);
     QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
     // The plaintext archive stays in the scratch directory until the file is closed.
-    bool ok = !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
-    const QString target = inPackage(kDataCurrent);
-    ok = ok && m_crypt->encrypt(bytes, target);
+    bool ok = lock.ok() && !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
+    const QByteArray cipher = ok ? m_crypt->doCrypt(bytes, true) : QByteArray();
     bytes.fill('\0');
+    const QString target = inPackage(kDataCurrent);
+    ok = ok && !cipher.isNull() && writeFileAtomically(target, cipher);
     if (!ok) {
         m_delegate->showMessage(kSaveFailed);
         return false;
     }
     m_lastDataModificationTime = modificationTime(target);
+    m_lastDataDigest = digestOf(cipher);
+    m_lastRead = m_passwordArray;
     return true;
 }
 
@@ -366,6 +436,9 @@ bool PasswordFile::saveRecentWebsites()
     QVariantList titles;
     for (const QString &t : m_recent.titles())
         titles.append(t);
+    Locked lock(*this);
+    if (!lock.ok())
+        return false;
     QByteArray bytes = archive::encodeKeyedArchive(titles);
     const bool ok = writeFileAtomically(m_tempRecentWebsitesPath, bytes, false)
                     && m_crypt->encrypt(bytes, inPackage(kRecentCurrent));
@@ -406,8 +479,9 @@ bool PasswordFile::changePassword()
     }
     const QString previousFramis = m_fileFramis;
     m_fileFramis = newPassword;
+    // The decryption key stays the old one until the file has the new password: the save
+    // reads what others wrote meanwhile with it.
     m_crypt->setKeyFrom(m_fileFramis, true);
-    m_crypt->setKeyFrom(m_fileFramis, false);
     if (!save()) {
         // The file still has the old password: so must the keys.
         m_fileFramis = previousFramis;
@@ -416,6 +490,7 @@ bool PasswordFile::changePassword()
         m_delegate->showMessage(kPasswordNotChanged);
         return false;
     }
+    m_crypt->setKeyFrom(m_fileFramis, false);
     saveRecentWebsites();
     if (m_passwordInKeychain) {
         m_crypt->deletePasswordFromKeychain();

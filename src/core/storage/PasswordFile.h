@@ -6,6 +6,7 @@
 
 #include "core/entries/Entry.h"
 #include "core/login/RecentWebsites.h"
+#include "core/storage/DirectoryLock.h"
 #include "core/storage/QWCrypt.h"
 
 #include <QString>
@@ -78,8 +79,37 @@ public:
     ReadResult readPasswordFileDataIfChanged();
 
     // Sorts, archives, encrypts and writes the entry list; on failure shows the message and
-    // keeps the list in memory. Answers whether the file was written.
+    // keeps the list in memory. Answers whether the file was written. Under the package lock,
+    // what another program wrote since the list was last read is merged in first.
     bool save();
+
+    // The advisory lock every writer (window, tessaline-cli) holds around its check-and-write
+    // or read-change-write, so that two writers never interleave. Nested holds share it.
+    // False when another writer kept it for longer than kPackageLockWaitMs.
+    bool lockPackage();
+    void unlockPackage();
+    class Locked {
+    public:
+        explicit Locked(PasswordFile &file) : m_file(file), m_ok(file.lockPackage()) {}
+        ~Locked()
+        {
+            if (m_ok)
+                m_file.unlockPackage();
+        }
+        Locked(const Locked &) = delete;
+        Locked &operator=(const Locked &) = delete;
+        bool ok() const { return m_ok; }
+
+    private:
+        PasswordFile &m_file;
+        bool m_ok;
+    };
+    static int kPackageLockWaitMs;
+
+    // When the entry file holds something else than what was last read or written here, reads
+    // it and merges it three ways into the list (mergeThreeWays, against the list as last
+    // read). Call it holding the package lock.
+    ReadResult mergeOutsideChanges();
     bool saveRecentWebsites();
 
     // The recent-website operations that save the titles afterwards.
@@ -140,8 +170,16 @@ private:
     RecentWebsiteTitles m_recent;
     qint64 m_lastDataModificationTime = -2;
     qint64 m_lastRecentWebsitesModificationTime = -2;
-    // What decryptDataAtPath last decrypted and unarchived, for the loading step.
+    // What decryptDataAtPath last decrypted and unarchived, for the loading step, and a digest
+    // of the encrypted bytes it came from.
     QVariant m_decrypted;
+    QByteArray m_decryptedDigest;
+    // The entry list as last read from or written to the package, and a digest of those
+    // encrypted bytes: the base of a merge and the test for outside changes before a write.
+    EntryList m_lastRead;
+    QByteArray m_lastDataDigest;
+    DirectoryLock m_packageLock;
+    int m_packageLockDepth = 0;
 };
 
 } // namespace tess

@@ -1,0 +1,76 @@
+#pragma once
+// Helpers of the GUI suites: opening documents, answering modal panels as a user would.
+
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+
+#include <deque>
+#include <functional>
+
+#include <memory>
+
+#include "platform/linux/SecretServiceKeychain.h"
+#include "support/TestSupport.h"
+
+namespace tess {
+class Controller;
+class MyDocument;
+} // namespace tess
+
+namespace tess::testsupport {
+
+// Answers modal windows as they come up, one answer each, in order. Every showing counts:
+// a panel shown again (a retry) is a new question.
+class ModalResponder : public QObject {
+public:
+    using Answer = std::function<void(QWidget *)>;
+    ModalResponder();
+    ~ModalResponder() override;
+    void then(Answer a) { m_answers.push_back(std::move(a)); }
+    bool done() const { return m_answers.empty(); }
+
+protected:
+    bool eventFilter(QObject *o, QEvent *e) override;
+
+private:
+    void poll();
+    QTimer m_timer;
+    std::deque<Answer> m_answers;
+    QList<QPointer<QWidget>> m_shown;
+};
+
+// The fixture of a suite of whole windows: each test gets a fresh HOME and a controller that
+// has run its start-up there, on the test session's X server and keyring; at its end every
+// window is closed.
+class DocumentSuite : public QObject {
+    Q_OBJECT
+
+protected:
+    DocumentSuite();
+    ~DocumentSuite() override;
+    QString pkg(const QString &name) const { return m_home->path() + QStringLiteral("/") + name; }
+    MyDocument *open(const QString &path, const QString &password = QStringLiteral("pw"));
+
+    std::unique_ptr<ScopedHome> m_home;
+    SecretServiceKeychain m_keychain;
+    std::unique_ptr<Controller> m_controller;
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+};
+
+// Opens the file as application:openFile: does, typing the password when asked (a null
+// password: expect no prompt). The open document, its window active, or null.
+MyDocument *openDocument(Controller *controller, const QString &path, const QString &password = QStringLiteral("pw"));
+// Makes the window the active one, as a click on it would.
+bool activate(QWidget *w);
+void selectByName(MyDocument *doc, const QString &name);
+
+// Types the password into the document's password panel and presses OK.
+void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr);
+
+} // namespace tess::testsupport
