@@ -327,6 +327,32 @@ private Q_SLOTS:
         QCOMPARE(list.size(), 300 + 2 * n);
     }
 
+    void aRunningCommandKeepsItsScratchDirectory()
+    {
+        const QString path = pkg("Held.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(3)));
+        // At its password prompt tessaline-cli already holds its scratch directory.
+        CliOnTerminal running({"add", path, "Held", "--no-keychain"});
+        QVERIFY(running.waitForScreen("Enter Password:"));
+        QCOMPARE(scratchDirectories().size(), 1);
+        // Another program's start-up clean-up (here, this test's process) leaves it alone.
+        QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 0);
+        QCOMPARE(scratchDirectories().size(), 1);
+        running.type("pw\n");
+        QCOMPARE(running.finish(), 0);
+        QCOMPARE(openList(path).size(), 4);
+        QVERIFY(scratchDirectories().isEmpty());
+
+        // The directory of a holder that died is anybody's to remove.
+        CliOnTerminal killed({"ls", path, "--no-keychain"});
+        QVERIFY(killed.waitForScreen("Enter Password:"));
+        ::kill(pid_t(killed.pid()), SIGKILL);
+        QCOMPARE(killed.finish(), -1);
+        QCOMPARE(scratchDirectories().size(), 1);
+        QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 1);
+        QVERIFY(scratchDirectories().isEmpty());
+    }
+
     void anInterruptedSaveLeavesTheOldOrTheNewFile()
     {
         const QString path = pkg("Big.qvm");

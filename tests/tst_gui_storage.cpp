@@ -12,6 +12,7 @@
 #include "ui/Controller.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
+#include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
 
 #include <QApplication>
@@ -85,6 +86,26 @@ private Q_SLOTS:
         QVERIFY(gWebsiteItem);
         QCOMPARE(gWebsiteItem->value(EntryKey::Path).toString(), QString("Shop"));
         QCOMPARE(entryNames(listOnDisk(path)), (QStringList{"Apple", "Bank", "Bank copy", "Shop", "Xenon"}));
+    }
+
+    void aFileIsNotOpenedWithoutItsScratchDirectory()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", bankList()));
+        qputenv("HOME", QFile::encodeName(pkg("gone")));
+        ModalResponder r;
+        QString told;
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<PromptPanel *>(w);
+            QVERIFY2(p, "expected a message, not a password prompt");
+            told = p->promptMessage->text();
+            p->promptDefaultButton->click();
+        });
+        m_controller->openFile(path);
+        QTRY_VERIFY(r.done());
+        qputenv("HOME", QFile::encodeName(m_home->path()));
+        QCOMPARE(told, PasswordFile::kNoScratchDirectory.arg("Bank", "No such file or directory"));
+        QTRY_VERIFY(m_controller->documents().isEmpty());
     }
 };
 

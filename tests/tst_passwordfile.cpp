@@ -12,6 +12,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTest>
 
 #include <csignal>
@@ -34,11 +35,6 @@ QStringList names(const EntryList &list)
 QStringList packageFiles(const QString &path)
 {
     return QDir(path).entryList(QDir::Files | QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-QStringList scratchDirs()
-{
-    return QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden);
 }
 
 EntryList sampleList()
@@ -84,7 +80,7 @@ private Q_SLOTS:
             QCOMPARE(::stat(QFile::encodeName(file.tempDir()).constData(), &st), 0);
             QCOMPARE(st.st_mode & 0777, 0700u);
         }
-        QVERIFY(scratchDirs().isEmpty());
+        QVERIFY(scratchDirectories().isEmpty());
     }
 
     void opensByKeychainFirst()
@@ -143,7 +139,7 @@ private Q_SLOTS:
         QCOMPARE(file.open(PasswordFile::KeychainUse::Never), PasswordFile::OpenResult::Cancelled);
         QCOMPARE(keychain.finds, 0);
         QCOMPARE(d.prompts.size(), 2);
-        QVERIFY(scratchDirs().isEmpty());
+        QVERIFY(scratchDirectories().isEmpty());
         QCOMPARE(packageFiles(path), before);
     }
 
@@ -157,7 +153,7 @@ private Q_SLOTS:
         PasswordFile a(only, nullptr, &d);
         QCOMPARE(a.open(), PasswordFile::OpenResult::NotAPasswordFile);
         QCOMPARE(d.messages, QStringList{"This is not a Tessaline file."});
-        QVERIFY(scratchDirs().isEmpty());
+        QVERIFY(scratchDirectories().isEmpty());
 
         // Both formats: the current one wins.
         const QString both = pkg("Both.qvm");
@@ -482,15 +478,49 @@ private Q_SLOTS:
             QCOMPARE(readFile(data), bytes);
     }
 
-    void leftoverScratchDirectoriesAreRemoved()
+    void leftoverScratchDirectoriesAreRemovedButNotHeldOnes()
     {
         QDir home = QDir::home();
         QVERIFY(home.mkpath(".QVM.AbCdEfGh/sub"));
         QVERIFY(writeBytes(home.filePath(".QVM.AbCdEfGh/Data"), "plaintext"));
         QVERIFY(home.mkpath(".QVMX"));
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        const QString held = QFileInfo(file.tempDir()).fileName();
+
         QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 1);
         QVERIFY(!home.exists(".QVM.AbCdEfGh"));
         QVERIFY(home.exists(".QVMX"));
+        QCOMPARE(scratchDirectories(), QStringList{held}); // its holder is alive
+        file.passwordArray().append(Entry{{EntryKey::Path, "Still saving"}});
+        QVERIFY(file.save());
+        file.close();
+        QVERIFY(scratchDirectories().isEmpty());
+    }
+
+    void noScratchDirectoryNoOpening()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        QVERIFY(PasswordFile::createPackage(pkg("New.qvm"), "pw"));
+        const QStringList before = packageFiles(path), newBefore = packageFiles(pkg("New.qvm"));
+        qputenv("HOME", QFile::encodeName(pkg("no such folder")));
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile file(path, nullptr, &d), created(pkg("New.qvm"), nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::NoScratchDirectory);
+        QCOMPARE(created.open(), PasswordFile::OpenResult::NoScratchDirectory);
+        qputenv("HOME", QFile::encodeName(m_home->path()));
+        QVERIFY(d.prompts.isEmpty());
+        QCOMPARE(d.messages.size(), 2);
+        QCOMPARE(d.messages[0], PasswordFile::kNoScratchDirectory.arg("Bank", "No such file or directory"));
+        QCOMPARE(packageFiles(path), before);
+        QCOMPARE(packageFiles(pkg("New.qvm")), newBefore);
+        QCOMPARE(created.open(), PasswordFile::OpenResult::Opened); // now it can
     }
 };
 

@@ -232,6 +232,9 @@ public:
         case PasswordFile::OpenResult::NotAPasswordFile:
             error(QStringLiteral("%1: not a Tessaline password file").arg(m_file.packagePath()));
             return ExitCannotOpen;
+        case PasswordFile::OpenResult::NoScratchDirectory:
+            reportMessages();
+            return ExitCannotOpen;
         case PasswordFile::OpenResult::Cancelled:
             if (m_delegate.wrongPassword)
                 error(QStringLiteral("wrong password or damaged file"));

@@ -341,6 +341,7 @@ void MyDocument::openDatabase()
 {
     switch (m_file.open()) {
     case PasswordFile::OpenResult::NotAPasswordFile:
+    case PasswordFile::OpenResult::NoScratchDirectory:
     case PasswordFile::OpenResult::Cancelled:
         m_closing = true;
         close();

@@ -5,8 +5,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QDeadlineTimer>
 #include <QProcess>
+#include <QThread>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tess::testsupport {
@@ -38,6 +43,11 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
         && writeBytes(path + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(t), password, false));
 }
 
+QStringList scratchDirectories()
+{
+    return QDir::home().entryList({QStringLiteral(".QVM.*")}, QDir::Dirs | QDir::Hidden);
+}
+
 QStringList entryNames(const QVariantList &list)
 {
     QStringList out;
@@ -55,6 +65,75 @@ CliRun runCli(const QStringList &args, const QByteArray &input)
     p.closeWriteChannel();
     p.waitForFinished(120000);
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(), p.readAllStandardError()};
+}
+
+CliOnTerminal::CliOnTerminal(const QStringList &args, const QByteArray &input)
+{
+    m_master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0)
+        return;
+    const QByteArray slave = ::ptsname(m_master);
+    m_process.setChildProcessModifier([slave] {
+        ::setsid();
+        const int fd = ::open(slave.constData(), O_RDWR);
+        if (fd >= 0)
+            ::ioctl(fd, TIOCSCTTY, 0);
+    });
+    m_process.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + QStringLiteral("/tessaline-cli"), args);
+    m_process.write(input);
+    m_process.closeWriteChannel();
+}
+
+CliOnTerminal::~CliOnTerminal()
+{
+    if (m_process.state() != QProcess::NotRunning) {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    if (m_master >= 0)
+        ::close(m_master);
+}
+
+void CliOnTerminal::drain()
+{
+    char buf[4096];
+    pollfd p{m_master, POLLIN, 0};
+    while (::poll(&p, 1, 0) > 0 && (p.revents & POLLIN)) {
+        const ssize_t n = ::read(m_master, buf, sizeof buf);
+        if (n <= 0)
+            break;
+        m_screen.append(buf, n);
+    }
+}
+
+bool CliOnTerminal::waitForScreen(const QByteArray &text, int ms)
+{
+    const QDeadlineTimer deadline(ms);
+    for (;;) {
+        drain();
+        const qsizetype at = m_screen.indexOf(text, m_seen);
+        if (at >= 0) {
+            m_seen = at + text.size();
+            return true;
+        }
+        if (deadline.hasExpired() || m_master < 0)
+            return false;
+        pollfd p{m_master, POLLIN, 0};
+        ::poll(&p, 1, 50);
+    }
+}
+
+void CliOnTerminal::type(const QByteArray &keys)
+{
+    if (m_master >= 0 && ::write(m_master, keys.constData(), size_t(keys.size())) < 0)
+        return;
+}
+
+int CliOnTerminal::finish(int ms)
+{
+    const bool ended = m_process.waitForFinished(ms);
+    drain();
+    return ended && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
 } // namespace tess::testsupport

@@ -4,6 +4,7 @@
 
 #include "core/storage/PasswordFile.h"
 
+#include <QProcess>
 #include <QStringList>
 #include <QVariant>
 
@@ -45,6 +46,9 @@ bool writeBytes(const QString &path, const QByteArray &bytes);
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,
                  const QStringList &titles = {});
 
+// The scratch directories in the home folder (".QVM.*").
+QStringList scratchDirectories();
+
 // The entries' names, in list order.
 QStringList entryNames(const QVariantList &list);
 
@@ -55,5 +59,29 @@ struct CliRun {
     QByteArray out, err;
 };
 CliRun runCli(const QStringList &args, const QByteArray &input = "pw\n");
+
+// tessaline-cli on a terminal of its own (a pseudo-terminal that becomes its controlling
+// terminal), to answer its prompts as a user at the keyboard would.
+class CliOnTerminal {
+public:
+    explicit CliOnTerminal(const QStringList &args, const QByteArray &input = {});
+    ~CliOnTerminal();
+    // Waits until the terminal has shown `text` (since the last wait); false on timeout.
+    bool waitForScreen(const QByteArray &text, int ms = 20000);
+    void type(const QByteArray &keys);
+    // Waits for the end; the exit code, or -1 when it was killed or did not end.
+    int finish(int ms = 60000);
+    qint64 pid() const { return m_process.processId(); }
+    // Everything the terminal showed.
+    QByteArray screen() const { return m_screen; }
+    QProcess &process() { return m_process; }
+
+private:
+    void drain();
+    QProcess m_process;
+    int m_master = -1;
+    QByteArray m_screen;
+    qsizetype m_seen = 0;
+};
 
 } // namespace tess::testsupport

@@ -1,5 +1,6 @@
 #pragma once
-// Advisory locks on directories: flock on a descriptor of the directory itself.
+// Advisory locks on directories (flock on a descriptor of the directory itself), and the
+// private scratch directories "~/.QVM.XXXXXXXX" that every holder keeps locked for its life.
 //
 // A lock on the directory leaves no file behind (nothing another program, or the macOS
 // program reading the same package from a synchronised folder, could trip over), works on a
@@ -32,5 +33,13 @@ public:
 private:
     int m_fd = -1;
 };
+
+// Makes a new scratch directory in the home folder (mode 0700) and locks it for as long as
+// `lock` holds it. An empty path when it cannot be made; *error then says why.
+QString makeLockedScratchDirectory(DirectoryLock *lock, QString *error);
+
+// The start-up clean-up: removes the scratch directories of the home folder that no live
+// process holds. Answers how many were removed.
+int removeUnheldScratchDirectories();
 
 } // namespace tess

@@ -32,6 +32,8 @@ const QString PasswordFile::kKeychainPrompt = QStringLiteral(
     "but you must enter it now to enable the option:");
 const QString PasswordFile::kPasswordChanged = QStringLiteral("Password changed.");
 const QString PasswordFile::kPasswordNotChanged = QStringLiteral("Password not changed.");
+const QString PasswordFile::kNoScratchDirectory =
+    QStringLiteral("%1 was not opened: its private folder could not be made in your home folder (%2).");
 
 namespace {
 const QString kData = QStringLiteral("Data");
@@ -68,27 +70,6 @@ qint64 PasswordFile::modificationTime(const QString &path)
     return qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
 }
 
-QString PasswordFile::makeScratchDirectory()
-{
-    QByteArray tmpl = QFile::encodeName(QDir::homePath() + QStringLiteral("/.QVM.XXXXXXXX"));
-    if (!::mkdtemp(tmpl.data())) // mkdtemp creates it with mode 0700
-        return {};
-    return QFile::decodeName(tmpl);
-}
-
-int PasswordFile::removeLeftoverScratchDirectories()
-{
-    int removed = 0;
-    const QFileInfoList found = QDir::home().entryInfoList({QStringLiteral(".QVM.*")},
-                                                           QDir::Dirs | QDir::Files | QDir::Hidden | QDir::System);
-    for (const QFileInfo &fi : found) {
-        if (fi.isDir() && !fi.isSymLink() ? QDir(fi.absoluteFilePath()).removeRecursively()
-                                          : QFile::remove(fi.absoluteFilePath()))
-            ++removed;
-    }
-    return removed;
-}
-
 bool PasswordFile::createPackage(const QString &packagePath, const QString &password)
 {
     if (QFileInfo::exists(packagePath) || !QDir().mkpath(packagePath))
@@ -121,26 +102,9 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
     m_passwordFileName = QFileInfo(m_packagePath).completeBaseName();
     m_crypt = std::make_unique<QWCrypt>(kProgramName, m_passwordFileName, m_keychain);
 
-    bool newFile = false;
-    if (QFileInfo(inPackage(kData)).isFile()) {
-        newFile = true;
-        m_dataPath = inPackage(kDataCurrent);
-        m_recentWebsitesPath = inPackage(kRecentCurrent);
-        m_pre20File = false;
-        m_crypt->setCurrentParameters();
-        QFile data(inPackage(kData));
-        if (data.open(QIODevice::ReadOnly))
-            m_fileFramis = QString::fromLocal8Bit(data.readAll());
-        data.close();
-        m_crypt->setKeyFrom(m_fileFramis, true);
-        m_crypt->setKeyFrom(m_fileFramis, false);
-        // The empty list goes over the password in "Data", then into "Data.qvmi".
-        const QByteArray empty = archive::encodeKeyedArchive(QVariantList{});
-        writeFileAtomically(inPackage(kData), empty, false);
-        m_crypt->encrypt(empty, m_dataPath);
-        secureDelete(inPackage(kData));
-        m_passwordInKeychain = false;
-    } else if (QFileInfo::exists(inPackage(kDataCurrent))) {
+    // A "Data" file holds the password of a new file, on its way to the first opening.
+    const bool newFile = QFileInfo(inPackage(kData)).isFile();
+    if (newFile || QFileInfo::exists(inPackage(kDataCurrent))) {
         m_dataPath = inPackage(kDataCurrent);
         m_recentWebsitesPath = inPackage(kRecentCurrent);
         m_pre20File = false;
@@ -155,7 +119,27 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
         return OpenResult::NotAPasswordFile;
     }
 
-    m_tempDir = makeScratchDirectory();
+    // Made before anything is written, so that a file it cannot be made for stays as it is.
+    QString why;
+    m_tempDir = makeLockedScratchDirectory(&m_scratchLock, &why);
+    if (m_tempDir.isEmpty()) {
+        m_delegate->showMessage(kNoScratchDirectory.arg(m_passwordFileName, why));
+        return OpenResult::NoScratchDirectory;
+    }
+    if (newFile) {
+        QFile data(inPackage(kData));
+        if (data.open(QIODevice::ReadOnly))
+            m_fileFramis = QString::fromLocal8Bit(data.readAll());
+        data.close();
+        m_crypt->setKeyFrom(m_fileFramis, true);
+        m_crypt->setKeyFrom(m_fileFramis, false);
+        // The empty list goes over the password in "Data", then into "Data.qvmi".
+        const QByteArray empty = archive::encodeKeyedArchive(QVariantList{});
+        writeFileAtomically(inPackage(kData), empty, false);
+        m_crypt->encrypt(empty, m_dataPath);
+        secureDelete(inPackage(kData));
+        m_passwordInKeychain = false;
+    }
     m_tempDataPath = m_tempDir + u'/' + kData;
     m_tempRecentWebsitesPath = m_tempDir + u'/' + kRecent;
     m_writeable = ::access(QFile::encodeName(m_packagePath).constData(), W_OK) == 0;
@@ -214,6 +198,7 @@ void PasswordFile::close()
 {
     if (!m_tempDir.isEmpty())
         QDir(m_tempDir).removeRecursively();
+    m_scratchLock.release();
     m_tempDir.clear();
     m_decrypted.clear();
 }

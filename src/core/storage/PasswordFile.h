@@ -44,8 +44,9 @@ public:
     static const QString kKeychainPrompt;
     static const QString kPasswordChanged;
     static const QString kPasswordNotChanged;
+    static const QString kNoScratchDirectory; // "%1 was not opened: ..." (%1 the file, %2 why)
 
-    enum class OpenResult { Opened, NotAPasswordFile, Cancelled };
+    enum class OpenResult { Opened, NotAPasswordFile, Cancelled, NoScratchDirectory };
     struct ReadResult {
         bool entriesReloaded = false;
         bool titlesReloaded = false;
@@ -67,7 +68,7 @@ public:
 
     // openDatabase: the whole opening sequence.
     OpenResult open(KeychainUse use = KeychainUse::Password);
-    // The storage half of closing: removes the scratch directory.
+    // The storage half of closing: removes the scratch directory and lets go of it.
     void close();
     bool isOpen() const { return !m_tempDir.isEmpty(); }
 
@@ -139,10 +140,9 @@ public:
     bool PWFileWriteable() const { return m_writeable; }
     QWCrypt &qwCrypt() { return *m_crypt; }
 
-    // Scratch directories: "~/.QVM.XXXXXXXX", owner-only. Start-up removes what earlier runs
-    // left behind (a crash may leave plaintext there).
-    static QString makeScratchDirectory();
-    static int removeLeftoverScratchDirectories();
+    // Scratch directories: "~/.QVM.XXXXXXXX", owner-only, locked by their holder for as long
+    // as the file is open. Start-up removes those that no live process holds (left by a crash).
+    static int removeLeftoverScratchDirectories() { return removeUnheldScratchDirectories(); }
 
     // A file's modification time in nanoseconds, or -1 when it does not exist.
     static qint64 modificationTime(const QString &path);
@@ -161,6 +161,7 @@ private:
     QString m_passwordFileName;
     QString m_dataPath, m_recentWebsitesPath;
     QString m_tempDir, m_tempDataPath, m_tempRecentWebsitesPath;
+    DirectoryLock m_scratchLock;
     bool m_pre20File = false;
     bool m_writeable = false;
     bool m_passwordInKeychain = false;
