@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMap>
 #include <QTest>
 
 #include <csignal>
@@ -207,6 +208,66 @@ private Q_SLOTS:
         QCOMPARE(reopened.passwordArray(), entries);
         QCOMPARE(reopened.passwordArray()[0].toMap().value(EntryKey::PasswordTabSwitch).typeId(), QMetaType::Bool);
         QCOMPARE(reopened.recentWebsiteTitles(), titles);
+    }
+
+    void aFailedUpgradeLeavesThePackageAsItWas_data()
+    {
+        QTest::addColumn<int>("entries");
+        QTest::addColumn<int>("titles");
+        QTest::addRow("the entry file cannot be written") << 400 << 2;
+        QTest::addRow("the titles file cannot be written") << 2 << 3000;
+    }
+    void aFailedUpgradeLeavesThePackageAsItWas()
+    {
+        QFETCH(int, entries);
+        QFETCH(int, titles);
+        const QString path = pkg("Old.qvm");
+        QDir().mkpath(path);
+        const EntryList list = sampleEntries(entries);
+        QVariantList titleList;
+        for (int i = 0; i < titles; ++i)
+            titleList.append(QStringLiteral("Site %1 with a long enough title").arg(i, 5, 10, QLatin1Char('0')));
+        QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(list), "pw", true)));
+        QVERIFY(writeBytes(path + "/Recent Websites.qvme", encryptForFile(encodeTypedStream(titleList), "pw", true)));
+        auto contents = [&] {
+            QMap<QString, QByteArray> all;
+            for (const QString &f : packageFiles(path))
+                all.insert(f, readFile(path + "/" + f));
+            return all;
+        };
+        const auto before = contents();
+        // Files may grow to the size of the larger archive, but not to its encrypted size (one
+        // to sixteen bytes more): that one of the two new files cannot be written.
+        const qint64 limit = std::max(archive::encodeKeyedArchive(list).size(), archive::encodeKeyedArchive(titleList).size());
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit old{}, full{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        full = old;
+        full.rlim_cur = rlim_t(limit);
+        setrlimit(RLIMIT_FSIZE, &full);
+        const auto opened = file.open();
+        setrlimit(RLIMIT_FSIZE, &old);
+        QCOMPARE(opened, PasswordFile::OpenResult::Opened);
+        QCOMPARE(d.messages, QStringList{PasswordFile::kSaveFailed});
+        QCOMPARE(contents(), before);
+        QVERIFY(file.pre20File());
+        QCOMPARE(file.passwordArray(), list);
+        QCOMPARE(file.recentWebsiteTitles().size(), titles);
+        d.passwords = {"pw"};
+        QVERIFY(file.recheckPassword()); // the keys still fit the file on disk
+
+        // The next save upgrades it.
+        QVERIFY(file.save());
+        QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        ScriptedDelegate again;
+        again.passwords = {"pw"};
+        PasswordFile reopened(path, nullptr, &again);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(reopened.passwordArray(), list);
+        QCOMPARE(reopened.recentWebsiteTitles().size(), titles);
     }
 
     void conflictCopiesAreMergedInsideThePackage()

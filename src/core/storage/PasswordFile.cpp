@@ -171,27 +171,42 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
     m_passwordArray = EntryList();
     readPasswordFileDataAgain(false);
     if (m_pre20File)
-        upgradePre20File();
+        save(); // the upgrade
     if (gPrefs)
         gPrefs->synchronize();
     return OpenResult::Opened;
 }
 
-void PasswordFile::upgradePre20File()
+bool PasswordFile::upgradePre20File()
 {
+    const QString password = m_fileFramis.isEmpty() ? m_openingPassword : m_fileFramis;
     m_crypt->setCurrentParameters();
-    m_crypt->setKeyFrom(m_openingPassword, false);
-    m_crypt->setKeyFrom(m_openingPassword, true);
+    m_crypt->setKeyFrom(password, false);
+    m_crypt->setKeyFrom(password, true);
     const QString oldData = m_dataPath, oldRecent = m_recentWebsitesPath;
     m_pre20File = false;
     m_dataPath = inPackage(kDataCurrent);
     m_recentWebsitesPath = inPackage(kRecentCurrent);
-    // Only once both current files are written do the old ones go.
-    if (!save() || !saveRecentWebsites())
-        return;
-    secureDelete(oldData);
-    if (QFileInfo::exists(oldRecent))
-        secureDelete(oldRecent);
+    // Both current files are written before the old ones go. If either cannot be, the package
+    // is left exactly as it was, and the document stays a pre-2.0 one that the next save
+    // upgrades again.
+    const bool hadData = QFileInfo::exists(m_dataPath);
+    const bool dataWritten = writeEntries();
+    if (dataWritten && writeTitles()) {
+        secureDelete(oldData);
+        if (QFileInfo::exists(oldRecent))
+            secureDelete(oldRecent);
+        return true;
+    }
+    if (dataWritten && !hadData)
+        QFile::remove(m_dataPath);
+    m_pre20File = true;
+    m_dataPath = oldData;
+    m_recentWebsitesPath = oldRecent;
+    m_crypt->setPre20Parameters();
+    m_crypt->setKeyFrom(m_openingPassword, false);
+    m_crypt->setKeyFrom(m_openingPassword, true);
+    return false;
 }
 
 void PasswordFile::close()
@@ -282,7 +297,7 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
         m_recent.setTitles(titles);
         result.titlesReloaded = true;
         m_delegate->titlesReplaced();
-        if (!onlyIfChanged)
+        if (!onlyIfChanged && !m_pre20File) // a pre-2.0 file's upgrade writes them next
             saveRecentWebsites();
     }
 
@@ -396,20 +411,25 @@ PasswordFile::ReadResult PasswordFile::mergeOutsideChanges()
 bool PasswordFile::save()
 {
     Locked lock(*this);
-    if (lock.ok())
-        mergeOutsideChanges();
-    sortEntries(m_passwordArray);
-    QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
-    // The plaintext archive stays in the scratch directory until the file is closed.
-    bool ok = lock.ok() && !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
-    const QByteArray cipher = ok ? m_crypt->doCrypt(bytes, true) : QByteArray();
-    bytes.fill('\0');
-    const QString target = inPackage(kDataCurrent);
-    ok = ok && !cipher.isNull() && writeFileAtomically(target, cipher);
-    if (!ok) {
+    if (!lock.ok() || !(m_pre20File ? upgradePre20File() : writeEntries())) {
         m_delegate->showMessage(kSaveFailed);
         return false;
     }
+    return true;
+}
+
+bool PasswordFile::writeEntries()
+{
+    mergeOutsideChanges();
+    sortEntries(m_passwordArray);
+    QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
+    // The plaintext archive stays in the scratch directory until the file is closed.
+    bool ok = !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
+    const QByteArray cipher = ok ? m_crypt->doCrypt(bytes, true) : QByteArray();
+    bytes.fill('\0');
+    const QString target = inPackage(kDataCurrent);
+    if (!ok || cipher.isNull() || !writeFileAtomically(target, cipher))
+        return false;
     m_lastDataModificationTime = modificationTime(target);
     m_lastDataDigest = digestOf(cipher);
     m_lastRead = m_passwordArray;
@@ -418,16 +438,25 @@ bool PasswordFile::save()
 
 bool PasswordFile::saveRecentWebsites()
 {
+    // A pre-2.0 file whose upgrade failed keeps its titles in memory until the next save
+    // upgrades it: a current titles file beside the old entry file would be half an upgrade.
+    if (m_pre20File)
+        return false;
+    Locked lock(*this);
+    return lock.ok() && writeTitles();
+}
+
+bool PasswordFile::writeTitles()
+{
     QVariantList titles;
     for (const QString &t : m_recent.titles())
         titles.append(t);
-    Locked lock(*this);
-    if (!lock.ok())
-        return false;
     QByteArray bytes = archive::encodeKeyedArchive(titles);
-    const bool ok = writeFileAtomically(m_tempRecentWebsitesPath, bytes, false)
-                    && m_crypt->encrypt(bytes, inPackage(kRecentCurrent));
+    const QString target = inPackage(kRecentCurrent);
+    const bool ok = writeFileAtomically(m_tempRecentWebsitesPath, bytes, false) && m_crypt->encrypt(bytes, target);
     bytes.fill('\0');
+    if (ok)
+        m_lastRecentWebsitesModificationTime = modificationTime(target);
     return ok;
 }
 

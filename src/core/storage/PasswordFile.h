@@ -152,7 +152,9 @@ private:
     QVariant unarchive(const QString &path) const;
     bool writeTempArchive(const QString &path, const QVariant &root);
     void mergeConflictCopies(ReadResult &result);
-    void upgradePre20File();
+    bool upgradePre20File();
+    bool writeEntries();
+    bool writeTitles();
 
     QString m_packagePath;
     Keychain *m_keychain;
