@@ -445,6 +445,19 @@ private Q_SLOTS:
         QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
         gPrefs->setInteger(0, Pref::PasswordPrompt);
     }
+
+    void closingAWindowForgetsItsCurrentEntry()
+    {
+        QVERIFY(makePackage(pkg("Closed.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Closed.qvm"));
+        QVERIFY(doc);
+        doc->setPromptForPassword(); // locked: no window is main
+        QVERIFY(!gWebsiteDocument);
+        selectByName(doc, "Bank");
+        QVERIFY(gWebsiteItem);
+        delete doc;
+        QVERIFY(!gWebsiteItem); // not left pointing into the closed window
+    }
 };
 
 QTEST_MAIN(TestGuiDocuments)

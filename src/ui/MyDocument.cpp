@@ -76,6 +76,9 @@ MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *
 
 MyDocument::~MyDocument()
 {
+    // The current entry can be this window's while no window is main (after a re-lock).
+    if (gWebsiteItem == &m_selectedEntry || gWebsiteItem == &m_editedEntry)
+        gWebsiteItem = nullptr;
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
