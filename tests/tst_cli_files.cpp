@@ -9,7 +9,6 @@
 #include "support/TypedStreamWriter.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -18,6 +17,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <optional>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -267,11 +267,11 @@ private Q_SLOTS:
         QCOMPARE(QDir(path).entryList(QDir::Files | QDir::Hidden), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
     }
 
-    void noPlaintextOutsideTheScratchDirectory()
+    void noPlaintextOnDisk()
     {
         const QString tmp = pkg("tmp");
         QDir().mkpath(tmp);
-        qputenv("TMPDIR", tmp.toLocal8Bit());
+        std::optional<ScopedEnvironment> tmpdir(std::in_place, "TMPDIR", QFile::encodeName(tmp));
         const QByteArray marker = "MARKER-7f3a9c1e-plaintext";
         const QString path = pkg("Secret.qvm");
         QCOMPARE(cli({"create", path, "--password-stdin"}).code, 0);
@@ -281,17 +281,9 @@ private Q_SLOTS:
         QCOMPARE(cli({"passwd", path, "--password-stdin"}, "pw\nn3w\n").code, 0);
         QCOMPARE(cli({"show", path, "Bank", "--password-stdin"}, "n3w\n").code, 0);
         QCOMPARE(cli({"rm", path, "Mail", "--password-stdin"}, "n3w\n").code, 0);
-        qunsetenv("TMPDIR");
+        tmpdir.reset();
 
-        QStringList found;
-        for (const QString &root : {m_home->path(), tmp}) {
-            QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                const QString f = it.next();
-                if (readFile(f).contains(marker))
-                    found.append(f);
-            }
-        }
+        const QStringList found = filesHolding(marker, {m_home->path(), tmp});
         QVERIFY2(found.isEmpty(), qPrintable(found.join(", ")));
         QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
         QCOMPARE(openList(path, "n3w").size(), 1);

@@ -9,6 +9,7 @@
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "support/TestSupport.h"
+#include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
@@ -17,9 +18,15 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QLineEdit>
 #include <QLabel>
 #include <QPushButton>
+#include <QPlainTextEdit>
+#include <QProcess>
 #include <QTest>
+
+#include <csignal>
+#include <sys/stat.h>
 
 using namespace tess;
 using namespace tess::testsupport;
@@ -41,6 +48,32 @@ EntryList listOnDisk(const QString &path, const QString &password = "pw")
     if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
         return {};
     return file.passwordArray();
+}
+
+// Go To URL opens the address in a stand-in for the browser that notes it down in
+// $HOME/opened (the test session has no browser, and a real one would outlive the test).
+// Answers the script, for $BROWSER.
+QString standInBrowser(const QString &home)
+{
+    const QString script = home + "/browser.sh";
+    writeBytes(script, "#!/bin/sh\necho \"$1\" >> \"$HOME/opened\"\n");
+    QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QDir().mkpath(home + "/.local/share/applications");
+    writeBytes(home + "/.local/share/applications/stand-in-browser.desktop",
+               "[Desktop Entry]\nType=Application\nName=Stand-in\nExec=" + script.toUtf8() + " %u\n");
+    writeBytes(home + "/.config/mimeapps.list", "[Default Applications]\nx-scheme-handler/http=stand-in-browser.desktop\n"
+                                                "x-scheme-handler/https=stand-in-browser.desktop\n");
+    return script;
+}
+
+// A file's identity and date: a rewrite (a new file renamed over it) changes them.
+QByteArray fileStamp(const QString &path)
+{
+    struct stat st;
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return {};
+    return QByteArray::number(qulonglong(st.st_ino)) + ':' + QByteArray::number(qint64(st.st_mtim.tv_nsec))
+           + ':' + QByteArray::number(qint64(st.st_mtim.tv_sec));
 }
 
 } // namespace
@@ -92,7 +125,6 @@ private Q_SLOTS:
     {
         const QString path = pkg("Bank.qvm");
         QVERIFY(makePackage(path, "pw", bankList()));
-        qputenv("HOME", QFile::encodeName(pkg("gone")));
         ModalResponder r;
         QString told;
         r.then([&](QWidget *w) {
@@ -101,11 +133,135 @@ private Q_SLOTS:
             told = p->promptMessage->text();
             p->promptDefaultButton->click();
         });
-        m_controller->openFile(path);
-        QTRY_VERIFY(r.done());
-        qputenv("HOME", QFile::encodeName(m_home->path()));
+        {
+            const ScopedEnvironment noHome("HOME", QFile::encodeName(pkg("gone")));
+            m_controller->openFile(path);
+            QTRY_VERIFY(r.done());
+        }
         QCOMPARE(told, PasswordFile::kNoScratchDirectory.arg("Bank", "No such file or directory"));
         QTRY_VERIFY(m_controller->documents().isEmpty());
+    }
+
+    void plaintextNeverTouchesTheDisk()
+    {
+        const QByteArray marker = "MARKER-5c2e91d7-plaintext";
+        const QString m = QString::fromLatin1(marker);
+        const QString tmp = pkg("tmp");
+        QDir().mkpath(tmp);
+        const ScopedEnvironment tmpdir("TMPDIR", QFile::encodeName(tmp));
+        const ScopedEnvironment browser("BROWSER", QFile::encodeName(standInBrowser(m_home->path())));
+        const QString opened = m_home->path() + "/opened";
+        const QString path = pkg("Secret.qvm");
+        const QStringList roots{m_home->path(), tmp, path};
+        // A failure must end the test where it happens (a lambda could not).
+#define EXPECT_NO_MARKER(when)                                                                                        \
+    do {                                                                                                              \
+        const QString found = filesHolding(marker, roots).join(", ");                                                 \
+        QVERIFY2(found.isEmpty(), qPrintable(QStringLiteral(when ": ") + found));                                     \
+    } while (false)
+        const QString firstPassword = m + "-file", newPassword = m + "-new";
+
+        // Create and open, as the new-file panel does once it has the name and the password.
+        QVERIFY(PasswordFile::createPackage(path, firstPassword));
+        MyDocument *doc = open(path, firstPassword);
+        QVERIFY(doc);
+        EXPECT_NO_MARKER("after opening");
+
+        // An entry whose name (a recent website's title, too), password and notes hold it.
+        const QString name = "Bank " + m;
+        ModalResponder editor;
+        editor.then([&](QWidget *) {
+            doc->nameText->setText(name);
+            doc->urlText->setText("https://bank.example/login");
+            doc->passwordText->setText(m + "-password");
+            doc->notesText->setPlainText(m + "-notes");
+            doc->okButton->click();
+        });
+        doc->addButton->click();
+        QTRY_VERIFY(editor.done());
+        QTRY_VERIFY(!doc->callout);
+        QTRY_VERIFY(doc->saveMsg->isHidden());
+        QCOMPARE(entryNames(listOnDisk(path, firstPassword)), QStringList{name});
+        EXPECT_NO_MARKER("after editing");
+
+        doc->goToURL(0);
+        QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{name});
+        QTRY_VERIFY(readFile(opened).contains("https://bank.example/login"));
+        EXPECT_NO_MARKER("after Go To URL");
+
+        ModalResponder change;
+        change.then([&](QWidget *w) { typePassword(w, firstPassword); });
+        change.then([&](QWidget *w) {
+            auto *p = qobject_cast<ChangePasswordPanel *>(w);
+            QVERIFY(p);
+            p->newFramis->setText(newPassword);
+            p->newFramis2->setText(newPassword);
+            p->framis2OKButton->click();
+        });
+        change.then([](QWidget *w) { qobject_cast<PromptPanel *>(w)->promptDefaultButton->click(); });
+        doc->changePassword();
+        QTRY_VERIFY(change.done());
+        QCOMPARE(listOnDisk(path, newPassword).size(), 1);
+        EXPECT_NO_MARKER("after changing the password");
+
+        // Locked on leaving the window, unlocked on coming back. (The answers are ready before
+        // the window is left: the window manager may hand the focus back at any moment, and
+        // more than once.)
+        QWidget elsewhere;
+        elsewhere.resize(200, 100);
+        elsewhere.show();
+        QVERIFY(activate(doc));
+        {
+            ModalResponder unlock;
+            int unlocked = 0;
+            for (int i = 0; i < 3; ++i)
+                unlock.then([&](QWidget *w) {
+                    typePassword(w, newPassword);
+                    ++unlocked;
+                });
+            gPrefs->setInteger(1, Pref::PasswordPrompt);
+            (void)activate(&elsewhere);
+            QTRY_VERIFY(doc->promptForPassword() || unlocked > 0);
+            doc->activateWindow();
+            QTRY_VERIFY(unlocked > 0);
+            gPrefs->setInteger(0, Pref::PasswordPrompt);
+            if (doc->promptForPassword()) // left once more before the setting went back
+                doc->activateWindow();
+            QTRY_VERIFY(!doc->promptForPassword());
+            QVERIFY(doc->isOpen());
+        }
+        QVERIFY(gPrefs->synchronize());
+        EXPECT_NO_MARKER("after locking");
+        doc->close();
+        QTRY_VERIFY(m_controller->documents().isEmpty());
+
+        // The application itself, opening the file from the keyring, killed while it is open,
+        // then started again.
+        QCOMPARE(m_keychain.add("Secret", "Tessaline", newPassword.toUtf8()), 0);
+        const QString app = qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline";
+        const QString titles = path + "/Recent Websites.qvmi";
+        QString crashedScratch;
+        for (int launch = 0; launch < 2; ++launch) {
+            // The opening rewrites the titles file: that is how the test knows it is open.
+            const QByteArray before = fileStamp(titles);
+            QProcess running;
+            running.start(app, {path});
+            QVERIFY(running.waitForStarted());
+            QTRY_VERIFY_WITH_TIMEOUT(fileStamp(titles) != before, 30000);
+            const QStringList dirs = scratchDirectories();
+            QCOMPARE(dirs.size(), 1); // the one it holds; a crashed run's was removed at start-up
+            QVERIFY(dirs.first() != crashedScratch);
+            crashedScratch = dirs.first();
+            EXPECT_NO_MARKER("while the application has the file open");
+            ::kill(pid_t(running.processId()), SIGKILL);
+            QVERIFY(running.waitForFinished());
+            EXPECT_NO_MARKER("after the application was killed");
+        }
+        m_keychain.remove("Secret", "Tessaline");
+        QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 1);
+        EXPECT_NO_MARKER("at the end");
+        QCOMPARE(listOnDisk(path, newPassword).size(), 1);
+#undef EXPECT_NO_MARKER
     }
 };
 

@@ -19,6 +19,7 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace tess;
 using namespace tess::testsupport;
@@ -57,19 +58,21 @@ private Q_SLOTS:
     void init() { m_home = std::make_unique<ScopedHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void newFileOpensOnceMoreAndLosesItsPlaintext()
+    void aNewFileIsOpenedWithItsPasswordInMemory()
     {
         const QString path = pkg("New.qvm");
-        QVERIFY(PasswordFile::createPackage(path, "pw"));
-        QCOMPARE(packageFiles(path), QStringList{"Data"});
+        QVERIFY(PasswordFile::createPackage(path, "new-file-password"));
+        // Encrypted from the start: no "Data" file holds the password.
+        QCOMPARE(packageFiles(path), QStringList{"Data.qvmi"});
+        QVERIFY(!readFile(path + "/Data.qvmi").contains("new-file-password"));
         QVERIFY(!PasswordFile::createPackage(path, "pw")); // never over an existing one
         ScriptedDelegate d;
-        d.passwords = {"pw"};
+        d.passwords = {"new-file-password"};
         MapKeychain keychain;
         {
             PasswordFile file(path, &keychain, &d);
             QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
-            QCOMPARE(d.prompts, QStringList{"Enter Password:"});
+            QCOMPARE(d.prompts, QStringList{"Enter Password:"}); // asked once more, as always
             QCOMPARE(keychain.finds, 0); // a new file does not ask the keychain
             QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
             QVERIFY(file.passwordArray().isEmpty());
@@ -80,8 +83,33 @@ private Q_SLOTS:
             struct stat st;
             QCOMPARE(::stat(QFile::encodeName(file.tempDir()).constData(), &st), 0);
             QCOMPARE(st.st_mode & 0777, 0700u);
+            QVERIFY(QDir(file.tempDir()).isEmpty()); // held, but holding nothing
+            // Created since it was opened: the keychain option stores the password and leaves
+            // the flag off, as it always has for such files.
+            d.passwords = {"new-file-password"};
+            file.toggleSavePWInKeychain(false);
+            QCOMPARE(keychain.items.value({"New", "Tessaline"}), QByteArray("new-file-password"));
+            QVERIFY(!file.passwordInKeychain());
         }
         QVERIFY(scratchDirectories().isEmpty());
+    }
+
+    void aDataFileFromAnotherProgramIsOverwrittenBeforeItGoes()
+    {
+        const QString path = pkg("Theirs.qvm");
+        QDir().mkpath(path);
+        QVERIFY(writeBytes(path + "/Data", "their-password"));
+        // A second link to the same bytes shows what became of them.
+        const QString witness = pkg("witness");
+        QCOMPARE(::link(QFile::encodeName(path + "/Data").constData(), QFile::encodeName(witness).constData()), 0);
+        ScriptedDelegate d;
+        d.passwords = {"their-password"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(d.prompts, QStringList{"Enter Password:"});
+        QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        QCOMPARE(readFile(witness), QByteArray(14, '\0'));
+        QVERIFY(file.passwordArray().isEmpty());
     }
 
     void opensByKeychainFirst()
@@ -569,13 +597,14 @@ private Q_SLOTS:
         QVERIFY(makePackage(path, "pw", sampleList()));
         QVERIFY(PasswordFile::createPackage(pkg("New.qvm"), "pw"));
         const QStringList before = packageFiles(path), newBefore = packageFiles(pkg("New.qvm"));
-        qputenv("HOME", QFile::encodeName(pkg("no such folder")));
         ScriptedDelegate d;
         d.passwords = {"pw", "pw"};
         PasswordFile file(path, nullptr, &d), created(pkg("New.qvm"), nullptr, &d);
-        QCOMPARE(file.open(), PasswordFile::OpenResult::NoScratchDirectory);
-        QCOMPARE(created.open(), PasswordFile::OpenResult::NoScratchDirectory);
-        qputenv("HOME", QFile::encodeName(m_home->path()));
+        {
+            const ScopedEnvironment noHome("HOME", QFile::encodeName(pkg("no such folder")));
+            QCOMPARE(file.open(), PasswordFile::OpenResult::NoScratchDirectory);
+            QCOMPARE(created.open(), PasswordFile::OpenResult::NoScratchDirectory);
+        }
         QVERIFY(d.prompts.isEmpty());
         QCOMPARE(d.messages.size(), 2);
         QCOMPARE(d.messages[0], PasswordFile::kNoScratchDirectory.arg("Bank", "No such file or directory"));

@@ -4,6 +4,7 @@
 #include "core/storage/QWCrypt.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QDeadlineTimer>
 #include <QProcess>
@@ -46,6 +47,21 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
 QStringList scratchDirectories()
 {
     return QDir::home().entryList({QStringLiteral(".QVM.*")}, QDir::Dirs | QDir::Hidden);
+}
+
+QStringList filesHolding(const QByteArray &marker, const QStringList &roots)
+{
+    QStringList found;
+    for (const QString &root : roots) {
+        QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString f = it.next();
+            QFile file(f);
+            if (file.open(QIODevice::ReadOnly) && file.readAll().contains(marker))
+                found.append(f);
+        }
+    }
+    return found;
 }
 
 QStringList entryNames(const QVariantList &list)

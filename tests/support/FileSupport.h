@@ -49,6 +49,9 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
 // The scratch directories in the home folder (".QVM.*").
 QStringList scratchDirectories();
 
+// The files below the roots (hidden ones too) whose bytes contain `marker`.
+QStringList filesHolding(const QByteArray &marker, const QStringList &roots);
+
 // The entries' names, in list order.
 QStringList entryNames(const QVariantList &list);
 

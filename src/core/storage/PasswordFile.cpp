@@ -41,18 +41,30 @@ const QString kDataCurrent = QStringLiteral("Data.qvmi");
 const QString kDataPre20 = QStringLiteral("Data.qvme");
 const QString kRecentCurrent = QStringLiteral("Recent Websites.qvmi");
 const QString kRecentPre20 = QStringLiteral("Recent Websites.qvme");
-const QString kRecent = QStringLiteral("Recent Websites");
 
 QByteArray digestOf(const QByteArray &bytes)
 {
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
+}
+
+// New files' passwords, from their creation to their first opening in this process: the
+// macOS program hands them over in a plaintext "Data" file, we in memory.
+QHash<QString, QString> &newFilePasswords()
+{
+    static QHash<QString, QString> passwords;
+    return passwords;
+}
+
+QString canonicalPackagePath(const QString &path)
+{
+    return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
 }
 } // namespace
 
 int PasswordFile::kPackageLockWaitMs = 10000;
 
 PasswordFile::PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate)
-    : m_packagePath(QDir::cleanPath(QFileInfo(packagePath).absoluteFilePath())), m_keychain(keychain),
+    : m_packagePath(canonicalPackagePath(packagePath)), m_keychain(keychain),
       m_delegate(delegate)
 {
 }
@@ -74,27 +86,32 @@ bool PasswordFile::createPackage(const QString &packagePath, const QString &pass
 {
     if (QFileInfo::exists(packagePath) || !QDir().mkpath(packagePath))
         return false;
-    // The short-lived plaintext "Data" file is how a new password reaches the first opening.
-    return writeFileAtomically(packagePath + QStringLiteral("/Data"), password.toLocal8Bit());
+    // A package that opens like any other even if its first opening never comes.
+    QWCrypt crypt(kProgramName, QFileInfo(packagePath).completeBaseName(), nullptr);
+    crypt.setCurrentParameters();
+    crypt.setKeyFrom(password, true);
+    if (!crypt.encrypt(archive::encodeKeyedArchive(QVariantList{}), packagePath + u'/' + kDataCurrent)) {
+        QDir().rmdir(packagePath);
+        return false;
+    }
+    newFilePasswords().insert(canonicalPackagePath(packagePath), password);
+    return true;
 }
 
-QVariant PasswordFile::unarchive(const QString &path) const
+QVariant PasswordFile::decryptArchive(const QString &path, bool keyed, QByteArray *digest) const
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
+    QFile in(path);
+    if (!in.open(QIODevice::ReadOnly))
         return {};
-    QByteArray bytes = f.readAll();
-    QVariant v = m_pre20File ? archive::decodeTypedStream(bytes) : archive::decodeKeyedArchive(bytes);
-    bytes.fill('\0');
+    const QByteArray cipher = in.readAll();
+    QByteArray plain = m_crypt->doCrypt(cipher, false);
+    if (plain.isNull())
+        return {};
+    const QVariant v = keyed ? archive::decodeKeyedArchive(plain) : archive::decodeTypedStream(plain);
+    plain.fill('\0');
+    if (digest)
+        *digest = digestOf(cipher);
     return v;
-}
-
-bool PasswordFile::writeTempArchive(const QString &path, const QVariant &root)
-{
-    QByteArray bytes = archive::encodeKeyedArchive(root);
-    const bool ok = !bytes.isEmpty() && writeFileAtomically(path, bytes, false);
-    bytes.fill('\0');
-    return ok;
 }
 
 PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
@@ -102,8 +119,11 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
     m_passwordFileName = QFileInfo(m_packagePath).completeBaseName();
     m_crypt = std::make_unique<QWCrypt>(kProgramName, m_passwordFileName, m_keychain);
 
-    // A "Data" file holds the password of a new file, on its way to the first opening.
-    const bool newFile = QFileInfo(inPackage(kData)).isFile();
+    // A new file: made here, its password in memory, or by another program, its password in
+    // a plaintext "Data" file on its way to the first opening.
+    const bool createdHere = newFilePasswords().contains(m_packagePath);
+    const bool dataFile = !createdHere && QFileInfo(inPackage(kData)).isFile();
+    const bool newFile = createdHere || dataFile;
     if (newFile || QFileInfo::exists(inPackage(kDataCurrent))) {
         m_dataPath = inPackage(kDataCurrent);
         m_recentWebsitesPath = inPackage(kRecentCurrent);
@@ -127,21 +147,21 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
         return OpenResult::NoScratchDirectory;
     }
     if (newFile) {
-        QFile data(inPackage(kData));
-        if (data.open(QIODevice::ReadOnly))
-            m_fileFramis = QString::fromLocal8Bit(data.readAll());
-        data.close();
+        if (createdHere) {
+            m_fileFramis = newFilePasswords().take(m_packagePath);
+        } else {
+            QFile data(inPackage(kData));
+            if (data.open(QIODevice::ReadOnly))
+                m_fileFramis = QString::fromLocal8Bit(data.readAll());
+        }
         m_crypt->setKeyFrom(m_fileFramis, true);
         m_crypt->setKeyFrom(m_fileFramis, false);
-        // The empty list goes over the password in "Data", then into "Data.qvmi".
-        const QByteArray empty = archive::encodeKeyedArchive(QVariantList{});
-        writeFileAtomically(inPackage(kData), empty, false);
-        m_crypt->encrypt(empty, m_dataPath);
-        secureDelete(inPackage(kData));
+        // The empty list goes from memory into "Data.qvmi"; only then does "Data" go, its
+        // bytes overwritten first.
+        if (dataFile && m_crypt->encrypt(archive::encodeKeyedArchive(QVariantList{}), m_dataPath))
+            secureDelete(inPackage(kData));
         m_passwordInKeychain = false;
     }
-    m_tempDataPath = m_tempDir + u'/' + kData;
-    m_tempRecentWebsitesPath = m_tempDir + u'/' + kRecent;
     m_writeable = ::access(QFile::encodeName(m_packagePath).constData(), W_OK) == 0;
 
     bool opened = false;
@@ -159,7 +179,6 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
         }
     }
     if (!opened && !getFilePasswordFromUserWithPrompt(kEnterPassword, false)) {
-        secureDelete(m_tempDataPath);
         close();
         return OpenResult::Cancelled;
     }
@@ -241,19 +260,8 @@ bool PasswordFile::getFilePasswordFromUserWithPrompt(const QString &prompt, bool
 
 bool PasswordFile::decryptDataAtPath(const QString &path)
 {
-    // Decrypted and unarchived in memory: the plaintext the loading step would read back from
-    // the scratch directory, and then securely delete, never needs to touch the disk.
-    m_decrypted.clear();
-    QFile in(path);
-    if (!in.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray cipher = in.readAll();
-    QByteArray plain = m_crypt->doCrypt(cipher, false);
-    if (plain.isNull())
-        return false;
-    m_decryptedDigest = digestOf(cipher);
-    m_decrypted = m_pre20File ? archive::decodeTypedStream(plain) : archive::decodeKeyedArchive(plain);
-    plain.fill('\0');
+    // Into memory: the plaintext never touches the disk.
+    m_decrypted = decryptArchive(path, !m_pre20File, &m_decryptedDigest);
     return m_decrypted.isValid();
 }
 
@@ -264,21 +272,19 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
     if (!onlyIfChanged || dataDate != m_lastDataModificationTime) {
         if (onlyIfChanged)
             decryptDataAtPath(m_dataPath);
-        const bool fromFile = m_decrypted.isValid();
-        const QVariant list = fromFile ? m_decrypted : unarchive(m_tempDataPath);
+        const QVariant list = m_decrypted;
         m_decrypted.clear();
-        // A scratch copy that cannot be read (changed elsewhere under another password)
-        // leaves the list as it is rather than emptying it.
+        // A file that cannot be decrypted (changed elsewhere under another password) leaves
+        // the list as it is rather than emptying it.
         if (list.typeId() == QMetaType::QVariantList) {
             const EntryList theirs = list.toList();
             // A reload keeps what was changed here and not yet written (after a failed save);
             // with nothing of the kind it is the file's list as it stands.
             m_passwordArray = onlyIfChanged ? mergeThreeWays(m_lastRead, m_passwordArray, theirs) : theirs;
             m_lastRead = theirs;
-            m_lastDataDigest = fromFile ? m_decryptedDigest : QByteArray();
+            m_lastDataDigest = m_decryptedDigest;
             result.entriesReloaded = true;
         }
-        secureDelete(m_tempDataPath);
         m_lastDataModificationTime = dataDate;
         if (result.entriesReloaded)
             m_delegate->entriesReplaced();
@@ -287,11 +293,10 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
     const qint64 titlesDate = modificationTime(m_recentWebsitesPath);
     if (!onlyIfChanged || titlesDate != m_lastRecentWebsitesModificationTime) {
         QStringList titles;
-        if (m_crypt->decrypt(m_recentWebsitesPath, m_tempRecentWebsitesPath, false)) {
-            const QVariant v = unarchive(m_tempRecentWebsitesPath);
+        const QVariant v = decryptArchive(m_recentWebsitesPath, !m_pre20File);
+        if (v.isValid()) {
             for (const QVariant &t : v.toList())
                 titles.append(t.toString());
-            secureDelete(m_tempRecentWebsitesPath);
             m_lastRecentWebsitesModificationTime = titlesDate;
         }
         m_recent.setTitles(titles);
@@ -315,12 +320,7 @@ void PasswordFile::mergeConflictCopies(ReadResult &result)
         if (name.startsWith(QStringLiteral("Data "))) {
             if (name.endsWith(QStringLiteral(".qvmi"))) {
                 // A copy we cannot decrypt (another password) is kept rather than lost.
-                if (!m_crypt->decrypt(path, m_tempDataPath, false))
-                    continue;
-                const QVariant copy = archive::decodeKeyedArchive([&] {
-                    QFile f(m_tempDataPath);
-                    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-                }());
+                const QVariant copy = decryptArchive(path, true);
                 if (copy.typeId() != QMetaType::QVariantList)
                     continue;
                 if (mergeConflictingEntries(m_passwordArray, copy.toList())) {
@@ -332,10 +332,7 @@ void PasswordFile::mergeConflictCopies(ReadResult &result)
             QFile::remove(path);
         } else if (name.startsWith(QStringLiteral("Recent Websites "))) {
             if (name.endsWith(QStringLiteral(".qvmi"))) {
-                if (!m_crypt->decrypt(path, m_tempRecentWebsitesPath, false))
-                    continue;
-                QFile f(m_tempRecentWebsitesPath);
-                const QVariant copy = f.open(QIODevice::ReadOnly) ? archive::decodeKeyedArchive(f.readAll()) : QVariant();
+                const QVariant copy = decryptArchive(path, true);
                 if (copy.typeId() != QMetaType::QVariantList)
                     continue;
                 for (const QVariant &t : copy.toList()) {
@@ -423,12 +420,11 @@ bool PasswordFile::writeEntries()
     mergeOutsideChanges();
     sortEntries(m_passwordArray);
     QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
-    // The plaintext archive stays in the scratch directory until the file is closed.
-    bool ok = !bytes.isEmpty() && writeFileAtomically(m_tempDataPath, bytes, false);
-    const QByteArray cipher = ok ? m_crypt->doCrypt(bytes, true) : QByteArray();
+    // Encrypted from memory: the plaintext never touches the disk.
+    const QByteArray cipher = bytes.isEmpty() ? QByteArray() : m_crypt->doCrypt(bytes, true);
     bytes.fill('\0');
     const QString target = inPackage(kDataCurrent);
-    if (!ok || cipher.isNull() || !writeFileAtomically(target, cipher))
+    if (cipher.isNull() || !writeFileAtomically(target, cipher))
         return false;
     m_lastDataModificationTime = modificationTime(target);
     m_lastDataDigest = digestOf(cipher);
@@ -453,7 +449,7 @@ bool PasswordFile::writeTitles()
         titles.append(t);
     QByteArray bytes = archive::encodeKeyedArchive(titles);
     const QString target = inPackage(kRecentCurrent);
-    const bool ok = writeFileAtomically(m_tempRecentWebsitesPath, bytes, false) && m_crypt->encrypt(bytes, target);
+    const bool ok = m_crypt->encrypt(bytes, target);
     bytes.fill('\0');
     if (ok)
         m_lastRecentWebsitesModificationTime = modificationTime(target);

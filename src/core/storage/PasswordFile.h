@@ -1,7 +1,9 @@
 #pragma once
 // A password file package on disk and its storage life: finding its format and password,
-// decrypting into a private scratch directory, loading, merging conflict copies, saving,
-// noticing outside changes, the pre-2.0 upgrade, password change and the keychain option.
+// decrypting and loading, merging conflict copies, saving, noticing outside changes, the
+// pre-2.0 upgrade, password change and the keychain option. Plaintext lives in memory only:
+// files are decrypted into memory and encrypted from it; the private scratch directory is
+// still made and held while the file is open, but nothing is written into it.
 // The document window and tessaline-cli each drive one through a PasswordFileDelegate.
 
 #include "core/entries/Entry.h"
@@ -58,8 +60,10 @@ public:
     PasswordFile(const PasswordFile &) = delete;
     PasswordFile &operator=(const PasswordFile &) = delete;
 
-    // Writes the new file's password into "Data" inside a new package directory, the way a
-    // new file reaches its first opening. False if the directory exists or cannot be made.
+    // Makes a new package directory holding an empty, encrypted entry list, and keeps the
+    // password in memory for the file's first opening in this process (which treats it as a
+    // new file, as a "Data" file left by another program is). False if the directory exists
+    // or cannot be made and written.
     static bool createPackage(const QString &packagePath, const QString &password);
 
     // How opening uses the keychain: for the password (as the application does), only to
@@ -149,8 +153,8 @@ public:
 
 private:
     QString inPackage(const QString &name) const { return m_packagePath + u'/' + name; }
-    QVariant unarchive(const QString &path) const;
-    bool writeTempArchive(const QString &path, const QVariant &root);
+    // Reads and decrypts an encrypted archive in memory; invalid when either fails.
+    QVariant decryptArchive(const QString &path, bool keyed, QByteArray *digest = nullptr) const;
     void mergeConflictCopies(ReadResult &result);
     bool upgradePre20File();
     bool writeEntries();
@@ -162,7 +166,7 @@ private:
     std::unique_ptr<QWCrypt> m_crypt;
     QString m_passwordFileName;
     QString m_dataPath, m_recentWebsitesPath;
-    QString m_tempDir, m_tempDataPath, m_tempRecentWebsitesPath;
+    QString m_tempDir;
     DirectoryLock m_scratchLock;
     bool m_pre20File = false;
     bool m_writeable = false;
