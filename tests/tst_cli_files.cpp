@@ -3,6 +3,7 @@
 
 #include "core/app/QWPrefs.h"
 #include "core/entries/Entry.h"
+#include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "support/FileSupport.h"
 #include "support/TestSupport.h"
@@ -276,17 +277,59 @@ private Q_SLOTS:
         const QString path = pkg("Secret.qvm");
         QCOMPARE(cli({"create", path, "--password-stdin"}).code, 0);
         QCOMPARE(cli({"add", path, "Bank", "--notes", QString::fromLatin1(marker), "--password-stdin"}).code, 0);
-        QCOMPARE(cli({"add", path, "Mail", "--password", QString::fromLatin1(marker) + "2", "--password-stdin"}).code, 0);
+        QCOMPARE(cli({"add", path, "Mail", "--password-prompt", "--password-stdin"}, "pw\n" + marker + "2\n").code, 0);
         QCOMPARE(cli({"edit", path, "Bank", "--user", QString::fromLatin1(marker) + "3", "--password-stdin"}).code, 0);
         QCOMPARE(cli({"passwd", path, "--password-stdin"}, "pw\nn3w\n").code, 0);
         QCOMPARE(cli({"show", path, "Bank", "--password-stdin"}, "n3w\n").code, 0);
         QCOMPARE(cli({"rm", path, "Mail", "--password-stdin"}, "n3w\n").code, 0);
+        // Killed while it has the file open (waiting for an entry's password).
+        CliOnTerminal killed({"add", path, "Later", "--password-prompt", "--no-keychain"});
+        QVERIFY(killed.waitForScreen("Enter Password:"));
+        killed.type("n3w\n");
+        QVERIFY(killed.waitForScreen("Password for"));
+        ::kill(pid_t(killed.pid()), SIGKILL);
+        QCOMPARE(killed.finish(), -1);
         tmpdir.reset();
 
         const QStringList found = filesHolding(marker, {m_home->path(), tmp});
         QVERIFY2(found.isEmpty(), qPrintable(found.join(", ")));
-        QVERIFY(QDir::home().entryList({".QVM.*"}, QDir::Dirs | QDir::Hidden).isEmpty());
+        QCOMPARE(PasswordFile::removeLeftoverScratchDirectories(), 1); // the killed one's, empty
         QCOMPARE(openList(path, "n3w").size(), 1);
+    }
+
+    void entryPasswordsStayOffTheCommandLine()
+    {
+        const QString path = pkg("Prompt.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(2)));
+        // The line after the file password.
+        QCOMPARE(cli({"add", path, "Bank", "--password-prompt", "--password-stdin"}, "pw\nfrom stdin\n").code, 0);
+        QCOMPARE(cli({"edit", path, "Site 00000", "--password-prompt", "--password-stdin"}, "pw\nedited\n").code, 0);
+        Run r = cli({"add", path, "Mail", "--password-prompt", "--password-stdin"}, "pw\n");
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.contains("the line after the file password"));
+        r = cli({"add", path, "Mail", "--password-prompt", "--password", "x", "--password-stdin"}, "pw\nx\n");
+        QCOMPARE(r.code, 1);
+        QVERIFY(r.err.contains("do not go together"));
+        QCOMPARE(cli({"add", path, "Bank", "--password-prompt", "--password-stdin"}, "pw\nunused\n").code, 1); // taken
+
+        // On the terminal: twice, without echo.
+        CliOnTerminal typed({"add", path, "Mail", "--password-prompt", "--no-keychain"});
+        QVERIFY(typed.answer({{"Enter Password:", "pw"}, {"Password for \"Mail\":", "typed secret"}, {"Password again:", "typed secret"}}));
+        QCOMPARE(typed.finish(), 0);
+        QVERIFY(!typed.screen().contains("typed secret"));
+        CliOnTerminal mistyped({"edit", path, "Mail", "--password-prompt", "--no-keychain"});
+        QVERIFY(mistyped.answer({{"Enter Password:", "pw"}, {"Password for \"Mail\":", "one"}, {"Password again:", "two"}}));
+        QCOMPARE(mistyped.finish(), 1);
+        QVERIFY(mistyped.process().readAllStandardError().contains("the two passwords differ"));
+
+        const EntryList list = openList(path);
+        auto password = [&](const QString &name) {
+            return list.value(entryWithName(list, name)).toMap().value(EntryKey::Password).toString();
+        };
+        QCOMPARE(password("Bank"), QString("from stdin"));
+        QCOMPARE(password("Site 00000"), QString("edited"));
+        QCOMPARE(password("Mail"), QString("typed secret"));
+        QVERIFY(cli({"--help"}).out.contains("--password-prompt is the safe way"));
     }
 
     void concurrentWritersLoseNothing()

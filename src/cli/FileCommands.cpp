@@ -122,13 +122,18 @@ public:
 
     bool askNewPasswordTwice(QString *password)
     {
-        QString again;
-        if (!readSecretFromTerminal(QStringLiteral("New password:"), password)
-            || !readSecretFromTerminal(QStringLiteral("New password again:"), &again)) {
+        return askTwice(QStringLiteral("New password:"), QStringLiteral("New password again:"), password);
+    }
+
+    // A secret typed twice on the terminal, without echo.
+    bool askTwice(const QString &prompt, const QString &again, QString *secret)
+    {
+        QString repeated;
+        if (!readSecretFromTerminal(prompt, secret) || !readSecretFromTerminal(again, &repeated)) {
             m_noTerminal = true;
             return false;
         }
-        if (*password != again) {
+        if (*secret != repeated) {
             error(QStringLiteral("the two passwords differ"));
             return false;
         }
@@ -145,6 +150,7 @@ private:
 
 struct Options {
     bool passwordStdin = false;
+    bool passwordPrompt = false;
     bool noKeychain = false;
     bool json = false;
     bool reveal = false;
@@ -160,6 +166,7 @@ bool parseOptions(QStringList args, bool withFields, Options *o)
     o->json = takeFlag(args, QStringLiteral("--json"));
     o->reveal = takeFlag(args, QStringLiteral("--reveal"));
     if (withFields) {
+        o->passwordPrompt = takeFlag(args, QStringLiteral("--password-prompt"));
         struct Field {
             const char *flag;
             QString *value;
@@ -175,6 +182,10 @@ bool parseOptions(QStringList args, bool withFields, Options *o)
                 return false;
             }
         }
+    }
+    if (o->passwordPrompt && o->hasPassword) {
+        error(QStringLiteral("--password and --password-prompt do not go together"));
+        return false;
     }
     for (const QString &a : std::as_const(args)) {
         if (a.startsWith(u"--")) {
@@ -204,8 +215,10 @@ public:
     CliDelegate &delegate() { return m_delegate; }
     PasswordFile &file() { return m_file; }
 
-    // Answers 0 when open, else the exit code (the reason already said).
-    int open()
+    // Answers 0 when open, else the exit code (the reason already said). With --password-stdin
+    // the first line is the file password, and with `newPasswordFollows` the second line the
+    // new one.
+    int open(bool newPasswordFollows)
     {
         if (!QFileInfo(m_file.packagePath()).isDir()) {
             error(QStringLiteral("%1: no such password file").arg(m_file.packagePath()));
@@ -219,7 +232,7 @@ public:
             }
             m_delegate.newPassword = QString();
             QString second;
-            if (in.next(&second))
+            if (newPasswordFollows && in.next(&second))
                 m_delegate.newPassword = second;
             m_hasSecondLine = !m_delegate.newPassword.isNull();
         }
@@ -248,6 +261,23 @@ public:
     }
 
     bool hasSecondLine() const { return m_hasSecondLine; }
+
+    // --password-prompt: the entry's password from the line after the file password, or typed
+    // twice on the terminal. Never on the command line, where every user can read it.
+    bool askEntryPassword(const QString &name, QString *password)
+    {
+        if (m_options.passwordStdin) {
+            if (StdinLines().next(password))
+                return true;
+            error(QStringLiteral("--password-prompt: give the entry's password on the line after the file password"));
+            return false;
+        }
+        if (m_delegate.askTwice(QStringLiteral("Password for \"%1\":").arg(name), QStringLiteral("Password again:"), password))
+            return true;
+        if (m_delegate.noTerminal())
+            error(QStringLiteral("no password given (use --password-stdin, or run in a terminal)"));
+        return false;
+    }
 
     // Says what the file operations said; false when a save failed.
     bool reportMessages()
@@ -362,8 +392,8 @@ int runFileCommand(const QString &command, const QStringList &args)
     static const QHash<QString, QPair<int, const char *>> usages = {
         {QStringLiteral("ls"), {0, "ls FILE.qvm [--json]"}},
         {QStringLiteral("show"), {1, "show FILE.qvm NAME [--json] [--reveal]"}},
-        {QStringLiteral("add"), {1, "add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]"}},
-        {QStringLiteral("edit"), {1, "edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]"}},
+        {QStringLiteral("add"), {1, "add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password-prompt | --password P] [--notes TEXT]"}},
+        {QStringLiteral("edit"), {1, "edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID] [--password-prompt | --password P] [--notes TEXT]"}},
         {QStringLiteral("rm"), {1, "rm FILE.qvm NAME..."}},
         {QStringLiteral("find"), {1, "find FILE.qvm TEXT [--json]"}},
         {QStringLiteral("passwd"), {0, "passwd FILE.qvm"}},
@@ -388,7 +418,7 @@ int runFileCommand(const QString &command, const QStringList &args)
 
     QWPrefs prefs(QWPrefs::applicationIDToLoad(), kApplicationID);
     Session session(packagePath(o.positional[0]), o);
-    if (int rc = session.open())
+    if (int rc = session.open(command == u"passwd"))
         return rc;
     PasswordFile &file = session.file();
     EntryList &list = file.passwordArray();
@@ -430,6 +460,15 @@ int runFileCommand(const QString &command, const QStringList &args)
         return ExitCannotWrite;
     }
 
+    // Asked before the package is locked (typing takes a while), and only for a command that
+    // goes ahead: a taken or missing name is refused before any typing.
+    auto goesAhead = [&] { return command == u"add" ? !name.isEmpty() && entryWithName(list, name) < 0 : entryWithName(list, name) >= 0; };
+    if (o.passwordPrompt && goesAhead()) {
+        if (!session.askEntryPassword(name, &o.password))
+            return ExitUsage;
+        o.hasPassword = true;
+    }
+
     // The read-change-write holds the package lock from here to the save, and changes what the
     // file holds now: another writer may have saved since it was opened.
     std::optional<PasswordFile::Locked> lock;
@@ -440,6 +479,10 @@ int runFileCommand(const QString &command, const QStringList &args)
             return ExitCannotWrite;
         }
         file.mergeOutsideChanges();
+        if (o.passwordPrompt && !o.hasPassword && goesAhead()) {
+            error(QStringLiteral("%1 changed meanwhile; try again").arg(file.packagePath()));
+            return ExitUsage;
+        }
     }
 
     if (command == u"add") {

@@ -14,9 +14,10 @@ Password files (FILE.qvm is the package folder):
   show FILE.qvm NAME [--json] [--reveal]
                                  every key of the entry; the password as ******** unless
                                  --reveal (with --json, only with --reveal)
-  add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]
-                                 a new entry, as the Add button and the editor make it
-  edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID] [--password P] [--notes TEXT]
+  add FILE.qvm NAME [--url U] [--user ID] [--user2 ID] [--password-prompt | --password P]
+                [--notes TEXT]   a new entry, as the Add button and the editor make it
+  edit FILE.qvm NAME [--name NEW] [--url U] [--user ID] [--user2 ID]
+                [--password-prompt | --password P] [--notes TEXT]
                                  change only the fields given; an empty --user2 removes it
   rm FILE.qvm NAME...            delete entries
   find FILE.qvm TEXT [--json]    names of the entries whose name, URL, notes, user IDs or
@@ -28,6 +29,11 @@ Password files (FILE.qvm is the package folder):
   current password, then the new one; create: the new one). Otherwise the keyring item the
   application uses, then a prompt on the terminal (twice for a new password).
   --no-keychain skips the keyring.
+
+  The entry's password: --password-prompt is the safe way. It asks on the terminal without
+  echo (twice), or with --password-stdin reads the line after the file password.
+  --password P puts the password on the command line, where every user of the machine can
+  read it (ps, /proc) and where your shell's history keeps it.
 
 Settings (the same store the Tessaline application uses):
   prefs [--json]                 list every setting, sorted by key, one "key = value" line

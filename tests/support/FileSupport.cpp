@@ -145,6 +145,16 @@ void CliOnTerminal::type(const QByteArray &keys)
         return;
 }
 
+bool CliOnTerminal::answer(const QList<QPair<QByteArray, QByteArray>> &promptsAndLines)
+{
+    for (const auto &[prompt, line] : promptsAndLines) {
+        if (!waitForScreen(prompt))
+            return false;
+        type(line + '\n');
+    }
+    return true;
+}
+
 int CliOnTerminal::finish(int ms)
 {
     const bool ended = m_process.waitForFinished(ms);

@@ -72,6 +72,8 @@ public:
     // Waits until the terminal has shown `text` (since the last wait); false on timeout.
     bool waitForScreen(const QByteArray &text, int ms = 20000);
     void type(const QByteArray &keys);
+    // Answers each prompt, in order, with its line; false when one does not come.
+    bool answer(const QList<QPair<QByteArray, QByteArray>> &promptsAndLines);
     // Waits for the end; the exit code, or -1 when it was killed or did not end.
     int finish(int ms = 60000);
     qint64 pid() const { return m_process.processId(); }
