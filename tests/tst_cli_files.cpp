@@ -388,6 +388,42 @@ private Q_SLOTS:
         QVERIFY(scratchDirectories().isEmpty());
     }
 
+    void savesReachTheDiskBeforeTheyCount()
+    {
+        const QString path = pkg("Durable.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(3)));
+        const QString log = pkg("sync.log");
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("LD_PRELOAD", TESSALINE_SYNC_LOG_SHIM);
+        env.insert("TESSALINE_SYNC_LOG", log);
+        p.setProcessEnvironment(env);
+        p.setChildProcessModifier([] { ::setsid(); });
+        p.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline-cli", {"add", path, "Durable", "--password-stdin", "--no-keychain"});
+        p.write("pw\n");
+        p.closeWriteChannel();
+        QVERIFY(p.waitForFinished(60000));
+        QCOMPARE(p.exitCode(), 0);
+        QCOMPARE(openList(path).size(), 4);
+
+        // Each file that took the place of one in the package was on disk before it did (its
+        // bytes synced before the rename), and so was the rename (the folder synced after).
+        const QStringList calls = QString::fromUtf8(readFile(log)).split(u'\n', Qt::SkipEmptyParts);
+        QStringList replaced;
+        for (qsizetype i = 0; i < calls.size(); ++i) {
+            if (!calls[i].startsWith("rename "))
+                continue;
+            const QStringList names = calls[i].mid(7).split(u'\t');
+            QCOMPARE(names.size(), 2);
+            if (QFileInfo(names[1]).path() != path)
+                continue;
+            replaced.append(QFileInfo(names[1]).fileName());
+            QVERIFY2(calls.mid(0, i).contains("fsync " + names[0]), qPrintable("not synced before the rename: " + names[1]));
+            QVERIFY2(calls.mid(i + 1).contains("fsync " + path), qPrintable("the rename was not synced: " + names[1]));
+        }
+        QVERIFY2(replaced.contains("Data.qvmi"), qPrintable(calls.join(u'\n')));
+    }
+
     void anInterruptedSaveLeavesTheOldOrTheNewFile()
     {
         const QString path = pkg("Big.qvm");

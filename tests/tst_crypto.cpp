@@ -70,6 +70,15 @@ private Q_SLOTS:
                                       << QByteArray::fromHex("84dc9ba28620dd72199e76436ea15a90ebda0f9b31e6c56638aaad1952e3b2be");
         QTest::addRow("pre-2.0 salt") << QByteArray("password") << QByteArray("plumTart") << 1000u
                                       << QByteArray::fromHex("3af80d8062a23469d69b9382fa62e0816dcd745f2fd16dbab1d5f33146b89407");
+        // Passwords at the HMAC block size: 64 bytes are used as they are, 65 are hashed first.
+        // Known answers from Python's hashlib.pbkdf2_hmac("sha1", ..., b"mxtaBQR5", 1000, 32).
+        const QByteArray sixteen("0123456789abcdef");
+        QTest::addRow("63-byte password") << sixteen.repeated(4).left(63) << QByteArray("mxtaBQR5") << 1000u
+                                          << QByteArray::fromHex("6091b4b0f4b83bb7755d8fc557a830047a5a10616d1361dda2d5f150f406a856");
+        QTest::addRow("64-byte password") << sixteen.repeated(4) << QByteArray("mxtaBQR5") << 1000u
+                                          << QByteArray::fromHex("bd9b9170ba9eceb367e21a5ef8b7ab55c3ebd66594978f965f7c5a2a4a7899cb");
+        QTest::addRow("65-byte password") << sixteen.repeated(5).left(65) << QByteArray("mxtaBQR5") << 1000u
+                                          << QByteArray::fromHex("95c4ec744119956e753034ce12f752afdf1d3fcfbdb54597dc9c6200e78b860e");
     }
     void pbkdf2Vectors()
     {

@@ -495,6 +495,41 @@ private Q_SLOTS:
         QCOMPARE(reopened.passwordArray(), sampleList());
     }
 
+    void aPasswordChangeThatCannotBeSavedKeepsTheOldPassword()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(200)));
+        const QByteArray before = readFile(path + "/Data.qvmi");
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        {
+            PasswordFile file(path, nullptr, &d);
+            QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+            d.passwords = {"pw"};
+            d.newPasswords = {"n3w"};
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit old{}, full{};
+            getrlimit(RLIMIT_FSIZE, &old);
+            full = old;
+            full.rlim_cur = 4096; // as if the disk were full
+            setrlimit(RLIMIT_FSIZE, &full);
+            const bool changed = file.changePassword();
+            setrlimit(RLIMIT_FSIZE, &old);
+            QVERIFY(!changed);
+            QCOMPARE(d.messages, (QStringList{PasswordFile::kSaveFailed, PasswordFile::kPasswordNotChanged}));
+            QCOMPARE(readFile(path + "/Data.qvmi"), before);
+            // A later change is saved under the password the file still has.
+            file.passwordArray().append(Entry{{EntryKey::Path, "After"}});
+            QVERIFY(file.save());
+        }
+        ScriptedDelegate again;
+        again.passwords = {"n3w", "pw"};
+        PasswordFile reopened(path, nullptr, &again);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(again.prompts, (QStringList{"Enter Password:", "PASSWORD INCORRECT! Enter Password:"}));
+        QCOMPARE(reopened.passwordArray().size(), 201);
+    }
+
     void theKeychainOption()
     {
         const QString path = pkg("Bank.qvm");

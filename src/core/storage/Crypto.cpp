@@ -176,7 +176,7 @@ void secureDelete(const QString &path)
     ::unlink(native.constData());
 }
 
-bool writeFileAtomically(const QString &path, const QByteArray &bytes, bool durable)
+bool writeFileAtomically(const QString &path, const QByteArray &bytes)
 {
     const QFileInfo info(path);
     const QByteArray dir = QFile::encodeName(info.absolutePath());
@@ -196,7 +196,8 @@ bool writeFileAtomically(const QString &path, const QByteArray &bytes, bool dura
         p += n;
         left -= n;
     }
-    ok = ok && ::fchmod(fd, 0600) == 0 && (!durable || ::fsync(fd) == 0);
+    // On disk before it takes the old file's name: a crash leaves the old file or the new.
+    ok = ok && ::fchmod(fd, 0600) == 0 && ::fsync(fd) == 0;
     ok = (::close(fd) == 0) && ok;
     if (ok)
         ok = ::rename(tmpl.constData(), QFile::encodeName(path).constData()) == 0;
@@ -204,7 +205,8 @@ bool writeFileAtomically(const QString &path, const QByteArray &bytes, bool dura
         ::unlink(tmpl.constData());
         return false;
     }
-    const int dfd = durable ? ::open(dir.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    // And the rename itself.
+    const int dfd = ::open(dir.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd >= 0) {
         ::fsync(dfd);
         ::close(dfd);

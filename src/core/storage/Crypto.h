@@ -22,8 +22,7 @@ void secureDelete(const QString &path);
 
 // Writes the whole file or nothing: a temporary file beside it, fsync, rename, fsync of the
 // directory. Answers false (and leaves the old file) on any failure, a full disk included.
-// Scratch copies need no fsync (durable false): they are thrown away at close.
-bool writeFileAtomically(const QString &path, const QByteArray &bytes, bool durable = true);
+bool writeFileAtomically(const QString &path, const QByteArray &bytes);
 
 // Makes sure libgcrypt is initialised; safe to call often.
 void initCrypto();
