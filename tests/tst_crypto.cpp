@@ -4,6 +4,7 @@
 #include "core/storage/Crypto.h"
 #include "core/storage/QWCrypt.h"
 #include "platform/fake/MapKeychain.h"
+#include "support/TestSupport.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -11,11 +12,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
-#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace tess;
+using tess::testsupport::FileSizeLimit;
 
 namespace {
 
@@ -256,14 +256,11 @@ private Q_SLOTS:
         const QString path = dir.filePath("Data.qvmi");
         QVERIFY(writeFileAtomically(path, QByteArray(100, 'a')));
         // A file-size limit makes the write fail as a full disk would.
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit old{}, small{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        small = old;
-        small.rlim_cur = 1000;
-        setrlimit(RLIMIT_FSIZE, &small);
-        const bool ok = writeFileAtomically(path, QByteArray(5000, 'b'));
-        setrlimit(RLIMIT_FSIZE, &old);
+        bool ok;
+        {
+            const FileSizeLimit full(1000);
+            ok = writeFileAtomically(path, QByteArray(5000, 'b'));
+        }
         QVERIFY(!ok);
         QCOMPARE(readAll(path), QByteArray(100, 'a'));
         QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"Data.qvmi"});

@@ -154,14 +154,6 @@ private Q_SLOTS:
         QCOMPARE(same.size(), 1);
     }
 
-    void nextRowWraps()
-    {
-        QCOMPARE(nextRowWrapping(2, 3, true), 0);
-        QCOMPARE(nextRowWrapping(0, 3, true), 1);
-        QCOMPARE(nextRowWrapping(0, 3, false), 2);
-        QCOMPARE(nextRowWrapping(2, 3, false), 1);
-    }
-
     void mergingThreeWays_data()
     {
         QTest::addColumn<QStringList>("base");

@@ -93,14 +93,6 @@ private Q_SLOTS:
         QCOMPARE(keyCodeForKey("1"), 18);
     }
 
-    void easing()
-    {
-        QCOMPARE(SRAnimationEaseInOut(0), 0.0);
-        QCOMPARE(SRAnimationEaseInOut(1), 1.0);
-        QVERIFY(qFuzzyCompare(SRAnimationEaseInOut(0.5), 0.5));
-        QVERIFY(SRAnimationEaseInOut(0.25) < 0.25);
-    }
-
     void keyPresses()
     {
         QCOMPARE(tab(), (KeyScript{{KeyAction::KeyDown, 48, 0, {}, 0}, {KeyAction::KeyUp, 48, 0, {}, 0}}));

@@ -16,8 +16,6 @@
 #include <QMap>
 #include <QTest>
 
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -270,14 +268,11 @@ private Q_SLOTS:
         ScriptedDelegate d;
         d.passwords = {"pw"};
         PasswordFile file(path, nullptr, &d);
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit old{}, full{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        full = old;
-        full.rlim_cur = rlim_t(limit);
-        setrlimit(RLIMIT_FSIZE, &full);
-        const auto opened = file.open();
-        setrlimit(RLIMIT_FSIZE, &old);
+        PasswordFile::OpenResult opened;
+        {
+            const FileSizeLimit full(limit);
+            opened = file.open();
+        }
         QCOMPARE(opened, PasswordFile::OpenResult::Opened);
         QCOMPARE(d.messages, QStringList{PasswordFile::kSaveFailed});
         QCOMPARE(contents(), before);
@@ -443,31 +438,6 @@ private Q_SLOTS:
         QCOMPARE(mine.passwordArray(), sampleList());
     }
 
-    void aFailedSaveKeepsTheChangeInMemoryAndTheFileOnDisk()
-    {
-        const QString path = pkg("Bank.qvm");
-        QVERIFY(makePackage(path, "pw", testsupport::sampleEntries(200)));
-        const QByteArray before = readFile(path + "/Data.qvmi");
-        ScriptedDelegate d;
-        d.passwords = {"pw"};
-        PasswordFile file(path, nullptr, &d);
-        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
-        file.passwordArray().append(Entry{{EntryKey::Path, "Added"}});
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit old{}, small{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        small = old;
-        small.rlim_cur = 4096; // as if the disk were full
-        setrlimit(RLIMIT_FSIZE, &small);
-        const bool saved = file.save();
-        setrlimit(RLIMIT_FSIZE, &old);
-        QVERIFY(!saved);
-        QCOMPARE(d.messages, QStringList{PasswordFile::kSaveFailed});
-        QVERIFY(names(file.passwordArray()).contains("Added"));
-        QCOMPARE(readFile(path + "/Data.qvmi"), before);
-        QVERIFY(file.save());
-    }
-
     void changingThePassword()
     {
         const QString path = pkg("Bank.qvm");
@@ -507,14 +477,11 @@ private Q_SLOTS:
             QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
             d.passwords = {"pw"};
             d.newPasswords = {"n3w"};
-            std::signal(SIGXFSZ, SIG_IGN);
-            rlimit old{}, full{};
-            getrlimit(RLIMIT_FSIZE, &old);
-            full = old;
-            full.rlim_cur = 4096; // as if the disk were full
-            setrlimit(RLIMIT_FSIZE, &full);
-            const bool changed = file.changePassword();
-            setrlimit(RLIMIT_FSIZE, &old);
+            bool changed;
+            {
+                const FileSizeLimit full(4096);
+                changed = file.changePassword();
+            }
             QVERIFY(!changed);
             QCOMPARE(d.messages, (QStringList{PasswordFile::kSaveFailed, PasswordFile::kPasswordNotChanged}));
             QCOMPARE(readFile(path + "/Data.qvmi"), before);

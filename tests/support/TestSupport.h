@@ -29,6 +29,19 @@ private:
     QByteArray m_saved[4];
 };
 
+// Makes writes past `bytes` fail in this process, as a full disk would, for the life of the
+// object (RLIMIT_FSIZE, with SIGXFSZ ignored).
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(qint64 bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit &) = delete;
+    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+private:
+    unsigned long long m_saved;
+};
+
 // Sets an environment variable for the life of the object.
 class ScopedEnvironment {
 public:
