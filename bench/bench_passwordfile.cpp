@@ -75,6 +75,29 @@ static void BM_SaveFile(benchmark::State &state)
 }
 BENCHMARK(BM_SaveFile)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
+// The same save when another program saved an entry since the last read: the file is read,
+// decrypted and merged three ways first.
+static void BM_SaveMergingOutsideChange(benchmark::State &state)
+{
+    const QString path = packageWith(int(state.range(0)));
+    testsupport::ScriptedDelegate d;
+    d.passwords = {QStringLiteral("password"), QStringLiteral("password")};
+    PasswordFile mine(path, nullptr, &d), theirs(path, nullptr, &d);
+    mine.open(PasswordFile::KeychainUse::Never);
+    theirs.open(PasswordFile::KeychainUse::Never);
+    int i = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        theirs.passwordArray().append(Entry{{EntryKey::Path, QStringLiteral("Theirs %1").arg(i)}});
+        theirs.save();
+        mine.passwordArray().append(Entry{{EntryKey::Path, QStringLiteral("Mine %1").arg(i++)}});
+        state.ResumeTiming();
+        if (!mine.save())
+            state.SkipWithError("save failed");
+    }
+}
+BENCHMARK(BM_SaveMergingOutsideChange)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
 // One search step that has to look at every entry before it finds the last one.
 static void BM_SearchStep(benchmark::State &state)
 {
