@@ -23,6 +23,7 @@
 #include <QPushButton>
 #include <QPlainTextEdit>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -52,10 +53,12 @@ EntryList listOnDisk(const QString &path, const QString &password = "pw")
 
 // Go To URL opens the address in a stand-in for the browser that notes it down in
 // $HOME/opened (the test session has no browser, and a real one would outlive the test).
-// Answers the script, for $BROWSER.
+// Answers the script, for $BROWSER; the desktop's own settings for it go into `home`.
 QString standInBrowser(const QString &home)
 {
-    const QString script = home + "/browser.sh";
+    // One script for the whole run: the application looks for its browser once.
+    static const QTemporaryDir dir;
+    const QString script = dir.path() + "/browser.sh";
     writeBytes(script, "#!/bin/sh\necho \"$1\" >> \"$HOME/opened\"\n");
     QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QDir().mkpath(home + "/.local/share/applications");
@@ -84,6 +87,7 @@ class TestGuiStorage : public DocumentSuite {
 private Q_SLOTS:
     void changesFromTheCommandLineSurviveTheWindowsSaves()
     {
+        const ScopedEnvironment browser("BROWSER", QFile::encodeName(standInBrowser(m_home->path())));
         const QString path = pkg("Shared.qvm");
         QVERIFY(makePackage(path, "pw", bankList()));
         MyDocument *doc = open(path);
@@ -119,6 +123,19 @@ private Q_SLOTS:
         QVERIFY(gWebsiteItem);
         QCOMPARE(gWebsiteItem->value(EntryKey::Path).toString(), QString("Shop"));
         QCOMPARE(entryNames(listOnDisk(path)), (QStringList{"Apple", "Bank", "Bank copy", "Shop", "Xenon"}));
+
+        // So does the change watcher's reading of the file.
+        QCOMPARE(runCli({"add", path, "Aaron", "--password-stdin"}).code, 0);
+        doc->updateTimer.start(20);
+        QTRY_COMPARE(doc->passwordTable->model()->rowCount(), 6);
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{4});
+        QCOMPARE(gWebsiteItem->value(EntryKey::Path).toString(), QString("Shop"));
+
+        // And Go To URL goes to the entry that was asked for, not to the one now in its row.
+        QCOMPARE(runCli({"add", path, "Abel", "--password-stdin"}).code, 0);
+        const int bankRow = int(entryWithName(doc->file().passwordArray(), "Bank"));
+        doc->goToURL(bankRow);
+        QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{"Bank"});
     }
 
     void aFileIsNotOpenedWithoutItsScratchDirectory()

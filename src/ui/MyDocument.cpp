@@ -370,9 +370,8 @@ void MyDocument::openDatabase()
         return true;
     };
     d.editEntryAtIndex = [this](QWCellTableViewArray *, int row) {
-        if (m_file.readPasswordFileDataIfChanged().entriesReloaded)
-            reloadTable();
-        if (row < m_file.passwordArray().size())
+        row = readFileIfChangedKeeping(row);
+        if (row >= 0)
             runPWDataCalloutForEntry(row, false);
     };
     d.selectionDidChange = [this](QWCellTableViewArray *) { selectionDidChange(); };
@@ -438,8 +437,30 @@ void MyDocument::openDatabase()
 
 void MyDocument::reloadTable()
 {
+    // The list may have been read again or merged: a single selected entry stays selected
+    // (and current) wherever it is now, rather than whatever took its row.
+    const QList<int> rows = passwordTable->selectedRows();
+    const QString selected = rows.size() == 1 ? m_selectedEntry.value(EntryKey::Path).toString() : QString();
     passwordTable->reloadData();
+    if (!selected.isNull()) {
+        const qsizetype row = entryWithName(m_file.passwordArray(), selected);
+        if (row >= 0)
+            passwordTable->selectRowAlone(int(row));
+        else
+            passwordTable->clearSelection();
+    }
     selectionDidChange();
+}
+
+int MyDocument::readFileIfChangedKeeping(int row)
+{
+    const QString name = entryName(m_file.passwordArray().value(row));
+    if (row < 0 || row >= m_file.passwordArray().size())
+        return -1;
+    if (!m_file.readPasswordFileDataIfChanged().entriesReloaded)
+        return row;
+    reloadTable();
+    return int(entryWithName(m_file.passwordArray(), name));
 }
 
 void MyDocument::entriesReplaced()
@@ -535,10 +556,9 @@ void MyDocument::search(bool forward)
 
 void MyDocument::goToURL(int row)
 {
-    if (row < 0 || row >= m_file.passwordArray().size())
+    row = readFileIfChangedKeeping(row);
+    if (row < 0)
         return;
-    if (m_file.readPasswordFileDataIfChanged().entriesReloaded)
-        reloadTable();
     const Entry e = m_file.passwordArray().value(row).toMap();
     QString url = e.value(EntryKey::URL).toString().trimmed();
     if (url.isEmpty())

@@ -114,6 +114,9 @@ private:
     void finishRunCallout(int row, bool creating);
     void editorFieldChanged(QWidget *field);
     void reloadTable();
+    // Reads the file again if it changed outside; answers where the entry at `row` is now
+    // (-1 when it is gone).
+    int readFileIfChangedKeeping(int row);
     bool isOwnWindow(QWidget *w) const;
 
     PasswordFile m_file;
