@@ -29,17 +29,21 @@ bool readSecretFromTerminal(const QString &prompt, QString *out)
     const int fd = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
     if (fd < 0)
         return false;
-    const QByteArray p = prompt.toLocal8Bit() + ' ';
-    if (::write(fd, p.constData(), size_t(p.size())) < 0) {
-        ::close(fd);
-        return false;
-    }
+    // Echo goes off (and what was typed ahead is dropped) before the prompt shows: whatever
+    // is typed once it shows is kept, and never echoed.
     termios old{}, quiet{};
     const bool isTty = ::tcgetattr(fd, &old) == 0;
     if (isTty) {
         quiet = old;
         quiet.c_lflag &= ~tcflag_t(ECHO);
         ::tcsetattr(fd, TCSAFLUSH, &quiet);
+    }
+    const QByteArray p = prompt.toLocal8Bit() + ' ';
+    if (::write(fd, p.constData(), size_t(p.size())) < 0) {
+        if (isTty)
+            ::tcsetattr(fd, TCSAFLUSH, &old);
+        ::close(fd);
+        return false;
     }
     QByteArray line;
     char c;
