@@ -4,6 +4,7 @@
 #include "core/app/QWPrefs.h"
 #include "core/entries/Entry.h"
 #include "core/entries/EntryList.h"
+#include "core/storage/DirectoryLock.h"
 #include "core/storage/PasswordFile.h"
 #include "support/FileSupport.h"
 #include "support/TestSupport.h"
@@ -240,6 +241,10 @@ private Q_SLOTS:
         const QString path = mount + "/Bank.qvm";
         QVERIFY(makePackage(path, "pw", sampleEntries(3)));
         QVERIFY(disk.makeReadOnly());
+        // The writers' lock is taken on a read-only package too, and leaves nothing in it.
+        DirectoryLock lock;
+        QCOMPARE(lock.lock(path, 0), DirectoryLock::Result::Locked);
+        lock.release();
         QCOMPARE(cli({"ls", path, "--password-stdin"}).code, 0);
         const Run r = cli({"add", path, "New", "--password-stdin"});
         QCOMPARE(r.code, 3);
