@@ -407,8 +407,8 @@ private Q_SLOTS:
         PasswordFile one(path, nullptr, &d), two(path, nullptr, &d);
         QCOMPARE(one.open(), PasswordFile::OpenResult::Opened);
         QCOMPARE(two.open(), PasswordFile::OpenResult::Opened);
-        const int wait = PasswordFile::kPackageLockWaitMs;
-        PasswordFile::kPackageLockWaitMs = 50;
+        const int wait = PasswordFile::packageLockWaitMs;
+        PasswordFile::packageLockWaitMs = 50;
         {
             PasswordFile::Locked held(one);
             QVERIFY(held.ok());
@@ -417,7 +417,7 @@ private Q_SLOTS:
             QVERIFY(!two.save()); // waits, then gives up: nothing interleaves
             QCOMPARE(d.messages.last(), PasswordFile::kSaveFailed);
         }
-        PasswordFile::kPackageLockWaitMs = wait;
+        PasswordFile::packageLockWaitMs = wait;
         QVERIFY(two.save());
         QCOMPARE(names(two.passwordArray()), (QStringList{"Bank", "Late", "Mail"}));
         // The lock is on the package folder itself: nothing is left in it.

@@ -66,7 +66,7 @@ QString canonicalPackagePath(const QString &path)
 }
 } // namespace
 
-int PasswordFile::kPackageLockWaitMs = 10000;
+int PasswordFile::packageLockWaitMs = 10000;
 
 PasswordFile::PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate)
     : m_packagePath(canonicalPackagePath(packagePath)), m_keychain(keychain),
@@ -368,7 +368,7 @@ bool PasswordFile::lockPackage()
 {
     if (m_packageLockDepth == 0) {
         // A file system that takes no locks (some network ones) still gets its writes.
-        if (m_packageLock.lock(m_packagePath, kPackageLockWaitMs) == DirectoryLock::Result::Busy)
+        if (m_packageLock.lock(m_packagePath, packageLockWaitMs) == DirectoryLock::Result::Busy)
             return false;
     }
     ++m_packageLockDepth;

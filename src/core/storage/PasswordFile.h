@@ -90,7 +90,7 @@ public:
 
     // The advisory lock every writer (window, tessaline-cli) holds around its check-and-write
     // or read-change-write, so that two writers never interleave. Nested holds share it.
-    // False when another writer kept it for longer than kPackageLockWaitMs.
+    // False when another writer kept it for longer than packageLockWaitMs.
     bool lockPackage();
     void unlockPackage();
     class Locked {
@@ -109,7 +109,7 @@ public:
         PasswordFile &m_file;
         bool m_ok;
     };
-    static int kPackageLockWaitMs;
+    static int packageLockWaitMs; // 10 s; tests shorten it
 
     // When the entry file holds something else than what was last read or written here, reads
     // it and merges it three ways into the list (mergeThreeWays, against the list as last
