@@ -436,6 +436,15 @@ private Q_SLOTS:
         QVERIFY(makePackage(path, "another", EntryList{}));
         mine.checkForUpdates();
         QCOMPARE(mine.passwordArray(), sampleList());
+
+        // Nor does a save write over what it could not read, under another password or damaged.
+        for (const QByteArray &outside : {readBytes(path + "/Data.qvmi"), QByteArray("damaged")}) {
+            QVERIFY(writeBytes(path + "/Data.qvmi", outside));
+            mine.passwordArray().append(Entry{{EntryKey::Path, "Mine"}});
+            QVERIFY(!mine.save());
+            QCOMPARE(d.messages.last(), PasswordFile::kChangedUnreadable);
+            QCOMPARE(readBytes(path + "/Data.qvmi"), outside);
+        }
     }
 
     void changingThePassword()

@@ -482,7 +482,10 @@ int runFileCommand(const QString &command, const QStringList &args)
             error(QStringLiteral("%1 is being written by another program; try again").arg(file.packagePath()));
             return ExitCannotWrite;
         }
-        file.mergeOutsideChanges();
+        if (file.mergeOutsideChanges().unreadable) {
+            error(QStringLiteral("%1 changed meanwhile and cannot be read; nothing was written").arg(file.packagePath()));
+            return ExitCannotWrite;
+        }
         if (o.passwordPrompt && !o.hasPassword && goesAhead()) {
             error(QStringLiteral("%1 changed meanwhile; try again").arg(file.packagePath()));
             return ExitUsage;

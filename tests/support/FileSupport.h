@@ -41,6 +41,7 @@ public:
 // Encrypts bytes with a format's parameters and the password, as the program would.
 QByteArray encryptForFile(const QByteArray &plain, const QString &password, bool pre20);
 bool writeBytes(const QString &path, const QByteArray &bytes);
+QByteArray readBytes(const QString &path); // empty when it cannot be read
 
 // A current-format package holding these entries and titles.
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,

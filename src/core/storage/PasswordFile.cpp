@@ -26,6 +26,9 @@ const QString PasswordFile::kEnterPassword = QStringLiteral("Enter Password:");
 const QString PasswordFile::kReenterPassword = QStringLiteral("Re-enter Password:");
 const QString PasswordFile::kSaveFailed =
     QStringLiteral("UNKNOWN ERROR: Your changes will show in the window, but be gone when you open the file.");
+const QString PasswordFile::kChangedUnreadable =
+    QStringLiteral("Your changes were not saved: another program changed this file, and it cannot be read "
+                   "with the password it was opened with. Close the file and open it again.");
 const QString PasswordFile::kChangePasswordPrompt =
     QStringLiteral("To change the password for this file you need to enter the current one first:");
 const QString PasswordFile::kKeychainPrompt = QStringLiteral(
@@ -217,6 +220,8 @@ bool PasswordFile::upgradePre20File()
     // is left exactly as it was, and the document stays a pre-2.0 one that the next save
     // upgrades again.
     const bool hadData = QFileInfo::exists(m_dataPath);
+    if (hadData)
+        mergeOutsideChanges();
     const bool dataWritten = writeEntries();
     if (dataWritten && writeTitles()) {
         secureDelete(oldData);
@@ -395,11 +400,13 @@ PasswordFile::ReadResult PasswordFile::mergeOutsideChanges()
     if (digest == m_lastDataDigest)
         return result;
     QByteArray plain = m_crypt->doCrypt(cipher, false);
-    // Written under another password: there is nothing to merge, and it is written over.
+    // Written under another password, or damaged: what it holds is unknown, so it is kept.
     const QVariant theirs = plain.isNull() ? QVariant() : archive::decodeKeyedArchive(plain);
     plain.fill('\0');
-    if (theirs.typeId() != QMetaType::QVariantList)
+    if (theirs.typeId() != QMetaType::QVariantList) {
+        result.unreadable = true;
         return result;
+    }
     const EntryList merged = mergeThreeWays(m_lastRead, m_passwordArray, theirs.toList());
     m_lastRead = theirs.toList();
     m_lastDataDigest = digest;
@@ -415,6 +422,10 @@ PasswordFile::ReadResult PasswordFile::mergeOutsideChanges()
 bool PasswordFile::save()
 {
     Locked lock(*this);
+    if (lock.ok() && !m_pre20File && mergeOutsideChanges().unreadable) {
+        m_delegate->showMessage(kChangedUnreadable);
+        return false;
+    }
     if (!lock.ok() || !(m_pre20File ? upgradePre20File() : writeEntries())) {
         m_delegate->showMessage(kSaveFailed);
         return false;
@@ -424,7 +435,6 @@ bool PasswordFile::save()
 
 bool PasswordFile::writeEntries()
 {
-    mergeOutsideChanges();
     sortEntries(m_passwordArray);
     QByteArray bytes = archive::encodeKeyedArchive(m_passwordArray);
     // Encrypted from memory: the plaintext never touches the disk.

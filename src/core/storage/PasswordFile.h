@@ -47,12 +47,16 @@ public:
     static const QString kPasswordChanged;
     static const QString kPasswordNotChanged;
     static const QString kNoScratchDirectory; // "%1 was not opened: ..." (%1 the file, %2 why)
+    static const QString kChangedUnreadable;  // the file changed outside and cannot be read
 
     enum class OpenResult { Opened, NotAPasswordFile, Cancelled, NoScratchDirectory };
     struct ReadResult {
         bool entriesReloaded = false;
         bool titlesReloaded = false;
         bool merged = false;
+        // The entry file changed since it was last read and cannot be read now (another
+        // password, damage): nothing may be written over it.
+        bool unreadable = false;
     };
 
     PasswordFile(const QString &packagePath, Keychain *keychain, PasswordFileDelegate *delegate);
@@ -113,7 +117,8 @@ public:
 
     // When the entry file holds something else than what was last read or written here, reads
     // it and merges it three ways into the list (mergeThreeWays, against the list as last
-    // read). Call it holding the package lock.
+    // read). Call it holding the package lock. An entry file changed outside that cannot be
+    // read is reported, never merged or written over.
     ReadResult mergeOutsideChanges();
     bool saveRecentWebsites();
 
