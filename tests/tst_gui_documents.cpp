@@ -10,6 +10,7 @@
 #include "support/TestSupport.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/FilePanels.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -24,8 +25,10 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 
 #include <functional>
@@ -33,25 +36,6 @@
 
 using namespace tess;
 using namespace tess::testsupport;
-
-namespace {
-
-QStringList names(const EntryList &list)
-{
-    QStringList out;
-    for (const QVariant &e : list)
-        out.append(entryName(e));
-    return out;
-}
-
-EntryList bankList()
-{
-    return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::URL, "https://bank.example"}, {EntryKey::UserID, "me"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}},
-                     Entry{{EntryKey::Path, "Mail"}, {EntryKey::Notes, "the bank sends mail here"}, {EntryKey::Button, ""}},
-                     Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
-}
-
-} // namespace
 
 class TestGuiDocuments : public DocumentSuite {
     Q_OBJECT
@@ -72,37 +56,227 @@ private Q_SLOTS:
     {
         const QString path = pkg("Created.qvm");
         ModalResponder r;
-        QString badText;
-        auto fillPanel = [this, path](const QString &a, const QString &b) {
-            return [this, path, a, b](QWidget *w) {
+        QStringList told;
+        QString nameKept;
+        auto fillPanel = [this](const QString &name, const QString &a, const QString &b) {
+            return [this, name, a, b](QWidget *w) {
                 auto *dialog = qobject_cast<QFileDialog *>(w);
                 QVERIFY2(dialog, "expected the new-file panel");
                 QCOMPARE(dialog->windowTitle(), QString("Create Password File"));
                 m_controller->framis1->setText(a);
                 m_controller->framis2->setText(b);
-                dialog->selectFile(path);
-                QMetaObject::invokeMethod(dialog, "accept");
+                typeInFilePanel(dialog, name);
             };
         };
-        r.then(fillPanel("one", "two"));
-        r.then([&](QWidget *w) {
+        auto badPassword = [&](QWidget *w) {
             auto *box = qobject_cast<QMessageBox *>(w);
             QVERIFY(box);
             QCOMPARE(box->text(), QString("Bad Password"));
-            badText = box->informativeText();
+            told.append(box->informativeText());
             box->accept();
+        };
+        r.then(fillPanel(pkg("Created"), "one", "two"));
+        r.then(badPassword);
+        r.then([&](QWidget *w) { // back, with the name as it was
+            nameKept = fileNameField(w)->text();
+            fillPanel(path, "", "")(w);
         });
-        r.then(fillPanel("pw", "pw"));
+        r.then(badPassword);
+        r.then(fillPanel(path, "pw", "pw"));
         r.then([](QWidget *w) { typePassword(w, "pw"); }); // a new file asks once more
         m_controller->newDocument();
         QTRY_VERIFY(r.done());
-        QCOMPARE(badText, Controller::kBadPasswordInfo);
+        QCOMPARE(nameKept, QString("Created.qvm"));
+        QCOMPARE(told, (QStringList{Controller::kBadPasswordInfo, Controller::kEmptyPasswordInfo}));
         MyDocument *doc = m_controller->documentForPath(path);
         QVERIFY(doc);
         QTRY_VERIFY(doc->isOpen());
         QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
         QCOMPARE(doc->passwordTable->model()->rowCount(), 0);
         QCOMPARE(doc->windowTitle(), QString("Created — Tessaline"));
+    }
+
+    // A package is one file to the user: the new-file panel neither goes into one nor makes a
+    // file inside one, and asks before replacing one.
+    void creatingOverAnExistingFileAsksFirst()
+    {
+        const QString old = pkg("Old.qvm");
+        QVERIFY(makePackage(old, "pw", bankList()));
+        auto fill = [this](const QString &name) {
+            return [this, name](QWidget *w) {
+                m_controller->framis1->setText("new");
+                m_controller->framis2->setText("new");
+                typeInFilePanel(w, name);
+            };
+        };
+        // Answers the panel's own question with the button `pick` finds, then (once it is
+        // gone) notes where the panel is and cancels it.
+        QString asked, folder;
+        using Pick = std::function<QAbstractButton *(QMessageBox *)>;
+        auto answerThenCancelPanel = [&](Pick pick) {
+            return [&, pick](QWidget *w) {
+                auto *box = qobject_cast<QMessageBox *>(w);
+                QVERIFY2(box, "expected the panel's question");
+                asked = box->text();
+                auto *panel = qobject_cast<QFileDialog *>(box->parentWidget());
+                QVERIFY(panel);
+                QTimer::singleShot(0, panel, [&, panel] {
+                    folder = panel->isVisible() ? panel->directory().absolutePath() : QString();
+                    panel->reject();
+                });
+                pick(box)->click();
+            };
+        };
+        const Pick cancel = [](QMessageBox *b) { return b->button(QMessageBox::Cancel); };
+        const Pick ok = [](QMessageBox *b) { return b->button(QMessageBox::Ok); };
+        const Pick replace = [](QMessageBox *b) {
+            for (QAbstractButton *button : b->buttons())
+                if (button->text() == u"Replace")
+                    return button;
+            return static_cast<QAbstractButton *>(nullptr);
+        };
+
+        // The name without its extension, and Cancel to the question: the panel stays where
+        // it was, and nothing is made inside the package.
+        {
+            ModalResponder r;
+            r.then(fill(pkg("Old")));
+            r.then(answerThenCancelPanel(cancel));
+            m_controller->newDocument();
+            QVERIFY(r.done());
+        }
+        QCOMPARE(asked, PackageFileDialog::alreadyExistsMessage("Old.qvm"));
+        QCOMPARE(folder, m_home->path());
+        QCOMPARE(QDir(old).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+
+        // A name inside the package: refused, and the panel moves out of it.
+        {
+            ModalResponder r;
+            r.then([&](QWidget *w) {
+                fill(pkg("Inner"))(w);
+                fileNameField(w)->setText("Old.qvm/Inner"); // typed over the name, from its folder
+            });
+            r.then(answerThenCancelPanel(ok));
+            m_controller->newDocument();
+            QVERIFY(r.done());
+        }
+        QCOMPARE(asked, PackageFileDialog::kCannotNest);
+        QCOMPARE(folder, m_home->path());
+        QVERIFY(!QFileInfo::exists(old + "/Inner.qvm"));
+
+        // Double-clicking the package picks its name, without going into it.
+        {
+            ModalResponder r;
+            r.then([&](QWidget *w) {
+                auto *panel = qobject_cast<QFileDialog *>(w);
+                doubleClickInFilePanel(panel, old);
+                QTRY_COMPARE(fileNameField(panel)->text(), QString("Old.qvm"));
+                folder = panel->directory().absolutePath();
+                panel->reject();
+            });
+            m_controller->newDocument();
+            QVERIFY(r.done());
+        }
+        QCOMPARE(folder, m_home->path());
+
+        // Replace: the old file goes to the trash, whole; the new one takes its place.
+        const QString trash = qEnvironmentVariable("XDG_DATA_HOME");
+        QVERIFY(!QFileInfo::exists(trash)); // a fresh home: made when first needed
+        {
+            ModalResponder r;
+            r.then(fill(old));
+            r.then([&](QWidget *w) {
+                auto *box = qobject_cast<QMessageBox *>(w);
+                QVERIFY(box);
+                replace(box)->click();
+            });
+            r.then([](QWidget *w) { typePassword(w, "new"); });
+            m_controller->newDocument();
+            QTRY_VERIFY(r.done());
+        }
+        MyDocument *doc = m_controller->documentForPath(old);
+        QVERIFY(doc);
+        QTRY_VERIFY(doc->isOpen());
+        QCOMPARE(doc->file().passwordArray().size(), 0);
+        QCOMPARE(QDir(old).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        const QString trashed = trash + "/Trash/files/Old.qvm";
+        QCOMPARE(entryNames(listOnDisk(trashed)), (QStringList{"Bank", "Mail", "Shop"}));
+    }
+
+    void theOpenPanelOpensPackagesAsFiles()
+    {
+        QVERIFY(makePackage(pkg("Sample.qvm"), "pw", bankList()));
+        QDir().mkpath(pkg("Folder"));
+        QVERIFY(makePackage(pkg("Folder/Inner.qvm"), "pw", bankList()));
+
+        // A folder's path typed and Return: the panel goes there. A package double-clicked:
+        // opened, not gone into.
+        {
+            ModalResponder r;
+            QString folder;
+            r.then([&](QWidget *w) {
+                auto *panel = qobject_cast<QFileDialog *>(w);
+                QVERIFY(panel);
+                fileNameField(panel)->setText(pkg("Folder"));
+                QTest::keyClick(fileNameField(panel), Qt::Key_Return);
+                QVERIFY(panel->isVisible());
+                folder = panel->directory().absolutePath();
+                doubleClickInFilePanel(panel, pkg("Folder/Inner.qvm"));
+            });
+            r.then([](QWidget *w) { typePassword(w, "pw"); });
+            QVERIFY(m_controller->openDocumentWithDialog());
+            QTRY_VERIFY(r.done());
+            QCOMPARE(folder, pkg("Folder"));
+        }
+        QVERIFY(m_controller->documentForPath(pkg("Folder/Inner.qvm")));
+        QTRY_VERIFY(m_controller->documentForPath(pkg("Folder/Inner.qvm"))->isOpen());
+
+        // A file inside a package chosen: the package opens.
+        {
+            ModalResponder r;
+            r.then([&](QWidget *w) { typeInFilePanel(w, pkg("Sample.qvm/Data.qvmi")); });
+            r.then([](QWidget *w) { typePassword(w, "pw"); });
+            QVERIFY(m_controller->openDocumentWithDialog());
+            QTRY_VERIFY(r.done());
+        }
+        QTRY_VERIFY(m_controller->documentForPath(pkg("Sample.qvm"))->isOpen());
+        QCOMPARE(m_controller->documents().size(), 2);
+
+        // Cancel opens nothing.
+        {
+            ModalResponder r;
+            r.then([](QWidget *w) { static_cast<QDialog *>(w)->reject(); });
+            QVERIFY(!m_controller->openDocumentWithDialog());
+            QVERIFY(r.done());
+        }
+        QCOMPARE(m_controller->documents().size(), 2);
+    }
+
+    // The first-run panel: an existing file can be opened from it.
+    void theFirstRunPanelOffersAnExistingFile()
+    {
+        QVERIFY(makePackage(pkg("Existing.qvm"), "pw", bankList()));
+        ModalResponder r;
+        bool offered = false;
+        r.then([&](QWidget *w) {
+            auto *button = w->findChild<QPushButton *>("openExistingButton");
+            offered = button && button->isVisible();
+            QVERIFY(button);
+            button->click();
+        });
+        r.then([](QWidget *w) { static_cast<QDialog *>(w)->reject(); }); // Cancel: back to the choice
+        r.then([&](QWidget *w) { w->findChild<QPushButton *>("openExistingButton")->click(); });
+        r.then([&](QWidget *w) {
+            QCOMPARE(w->windowTitle(), Controller::kOpenTitle);
+            typeInFilePanel(w, pkg("Existing.qvm"));
+        });
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        QVERIFY(m_controller->applicationOpenUntitledFile());
+        QTRY_VERIFY(r.done());
+        QVERIFY(offered);
+        MyDocument *doc = m_controller->documentForPath(pkg("Existing.qvm"));
+        QVERIFY(doc);
+        QTRY_VERIFY(doc->isOpen());
     }
 
     void theLastSessionsFilesAreReopened()
@@ -112,7 +286,6 @@ private Q_SLOTS:
         MyDocument *one = open(pkg("One.qvm"));
         MyDocument *two = open(pkg("Two.qvm"));
         QVERIFY(one && two);
-        QVERIFY(m_controller->openFile(pkg("notes.txt"))); // not a password file: ignored, still YES
         QCOMPARE(m_controller->documents().size(), 2);
         m_controller->applicationWillTerminate();
         QCOMPARE(gPrefs->objectForKey(Pref::LastPWFiles).toList(), (QVariantList{pkg("One.qvm"), pkg("Two.qvm")}));
@@ -146,6 +319,84 @@ private Q_SLOTS:
         QVERIFY(m_controller->documents().isEmpty());
     }
 
+    // A path that is not a password file is answered with the message; a package's name with
+    // the slash that shell completion adds opens it.
+    void openingFromTheCommandLine()
+    {
+        QVERIFY(makePackage(pkg("Slash.qvm"), "pw", bankList()));
+        writeBytes(pkg("notes.txt"), "not a password file");
+        ModalResponder r;
+        QStringList told;
+        r.then([&](QWidget *w) {
+            auto *box = qobject_cast<QMessageBox *>(w);
+            QVERIFY(box);
+            told << box->text() << box->informativeText();
+            box->accept();
+        });
+        QVERIFY(m_controller->openFile(pkg("notes.txt"))); // still YES
+        QVERIFY(r.done());
+        QCOMPARE(told, (QStringList{"This is not a Tessaline file.", pkg("notes.txt")}));
+        QVERIFY(m_controller->documents().isEmpty());
+        QVERIFY(open(pkg("Slash.qvm") + "/"));
+        QCOMPARE(m_controller->documents().size(), 1);
+        QCOMPARE(m_controller->documents().first()->filePath(), pkg("Slash.qvm"));
+        QVERIFY(!m_controller->quitIfNothingOpen());
+    }
+
+    // Closing the last window (Ctrl+W, or the title bar's close button through the window
+    // manager) ends the application here: the open files are taken before it goes.
+    void closingTheLastWindowRemembersItsFiles()
+    {
+        QVERIFY(makePackage(pkg("One.qvm"), "pw", bankList()));
+        QVERIFY(makePackage(pkg("Two.qvm"), "pw", bankList()));
+        auto lastFilesOnDisk = [] { return QWPrefs(kApplicationID).objectForKey(Pref::LastPWFiles).toList(); };
+
+        MyDocument *one = open(pkg("One.qvm"));
+        QVERIFY(one);
+        QVERIFY(activate(one));
+        QTest::keyClick(one, Qt::Key_W, Qt::ControlModifier);
+        QTRY_VERIFY(m_controller->documents().isEmpty());
+        m_controller->applicationWillTerminate(); // what the application's end does
+        QCOMPARE(lastFilesOnDisk(), QVariantList{pkg("One.qvm")});
+
+        // Two windows: closing the first leaves the list to the second.
+        m_controller = std::make_unique<Controller>(&m_keychain);
+        m_controller->awakeFromNib();
+        one = open(pkg("One.qvm"));
+        MyDocument *two = open(pkg("Two.qvm"));
+        QVERIFY(one && two);
+        QVERIFY(activate(one));
+        QTest::keyClick(one, Qt::Key_W, Qt::ControlModifier);
+        QTRY_COMPARE(m_controller->documents().size(), 1);
+        QVERIFY(activate(two));
+        QCOMPARE(QProcess::execute("xdotool", {"key", "alt+F4"}), 0); // the window manager's close
+        QTRY_VERIFY(m_controller->documents().isEmpty());
+        m_controller->applicationWillTerminate();
+        QCOMPARE(lastFilesOnDisk(), QVariantList{pkg("Two.qvm")});
+    }
+
+    // Settings changed outside while the application runs are taken up, and the application's
+    // own writes never put the old values back.
+    void settingsChangedOutsideAreKept()
+    {
+        QVERIFY(makePackage(pkg("Prefs.qvm"), "pw", bankList()));
+        MyDocument *doc = open(pkg("Prefs.qvm"));
+        QVERIFY(doc);
+        QVERIFY(gPrefs->boolForKey(Pref::ConfirmDelete));
+        QCOMPARE(runCli({"prefs", "set", "confirmDelete", "false", "--type", "bool"}, {}).code, 0);
+        QTRY_VERIFY(!gPrefs->boolForKey(Pref::ConfirmDelete));
+        // So a deletion asks nothing now.
+        selectByName(doc, "Mail");
+        doc->deleteButton->click();
+        QTRY_COMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Shop"}));
+        gPrefs->setInteger(2, Pref::PasswordPrompt);
+        m_controller->applicationWillTerminate();
+        QWPrefs onDisk(kApplicationID);
+        QCOMPARE(onDisk.objectForKey(Pref::ConfirmDelete), QVariant(false));
+        QCOMPARE(onDisk.integerForKey(Pref::PasswordPrompt), 2);
+        QCOMPARE(onDisk.objectForKey(Pref::LastPWFiles).toList(), QVariantList{pkg("Prefs.qvm")});
+    }
+
     void reopeningByKeychainAndByPrompt()
     {
         QVERIFY(makePackage(pkg("ByKeychain.qvm"), "pw", bankList()));
@@ -159,6 +410,15 @@ private Q_SLOTS:
         m_keychain.remove("ByKeychain", "Tessaline");
 
         QVERIFY(makePackage(pkg("ByPrompt.qvm"), "pw", bankList()));
+        {
+            // Cancel at the prompt: the window goes, and the file stays as it was.
+            ModalResponder cancel;
+            cancel.then([](QWidget *w) { static_cast<QDialog *>(w)->done(0); });
+            m_controller->openFile(pkg("ByPrompt.qvm"));
+            QTRY_VERIFY(cancel.done());
+            QTRY_VERIFY(!m_controller->documentForPath(pkg("ByPrompt.qvm")));
+            QVERIFY(scratchDirectories().size() == 1); // ByKeychain's only
+        }
         ModalResponder r;
         QString second;
         r.then([](QWidget *w) { typePassword(w, "wrong"); });
@@ -171,8 +431,15 @@ private Q_SLOTS:
         b->validateMenuItems();
         QVERIFY(!b->keychainMenuItem->isChecked());
 
-        // The keychain menu item stores the password; the next opening needs no prompt.
+        // The keychain menu item stores the password (not when the prompt is cancelled); the
+        // next opening needs no prompt.
         ModalResponder k;
+        k.then([](QWidget *w) { static_cast<QDialog *>(w)->done(0); });
+        b->toggleSavePWInKeychain();
+        QTRY_VERIFY(k.done());
+        QVERIFY(!b->file().passwordInKeychain());
+        QByteArray none;
+        QVERIFY(m_keychain.find("ByPrompt", "Tessaline", &none) != 0);
         k.then([](QWidget *w) { typePassword(w, "pw"); });
         b->toggleSavePWInKeychain();
         QTRY_VERIFY(k.done());
@@ -208,7 +475,7 @@ private Q_SLOTS:
         });
         QVERIFY(warnedForTaken);
         QVERIFY(saveDisabledForTaken);
-        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
         QVERIFY(!doc->file().passwordArray()[1].toMap().contains(EntryKey::UserID2));
 
         // Cancelling a new entry leaves the list as it was.
@@ -222,34 +489,45 @@ private Q_SLOTS:
         selectByName(doc, "Bank");
         doc->duplicateButton->click();
         QTest::qWait(50);
-        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Bank copy 2", "Brokerage", "Mail", "Shop"}));
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Bank copy 2", "Brokerage", "Mail", "Shop"}));
 
-        // Delete with confirmation (the singular message), then without.
+        // Delete with confirmation (the singular message): Cancel keeps the entry, Delete
+        // deletes it; then without confirmation.
         gPrefs->setBool(true, Pref::ConfirmDelete);
         selectByName(doc, "Bank copy");
         ModalResponder r;
-        QString message;
-        r.then([&](QWidget *w) {
-            auto *p = qobject_cast<PromptPanel *>(w);
-            QVERIFY(p);
-            message = p->promptMessage->text();
-            p->promptDefaultButton->click();
-        });
+        QStringList messages;
+        auto answer = [&](bool remove) {
+            return [&, remove](QWidget *w) {
+                auto *p = qobject_cast<PromptPanel *>(w);
+                QVERIFY(p);
+                messages.append(p->promptMessage->text());
+                QCOMPARE(p->promptOtherButton->text(), QString("Cancel"));
+                (remove ? p->promptDefaultButton : p->promptOtherButton)->click();
+            };
+        };
+        r.then(answer(false));
         doc->deleteButton->click();
         QTRY_VERIFY(r.done());
-        QCOMPARE(message, QString("Are you sure you want to delete the selected entry?"));
+        QTest::qWait(50);
+        QCOMPARE(entryNames(doc->file().passwordArray()).size(), 6);
+        QCOMPARE(entryNames(listOnDisk(pkg("Edit.qvm"))).size(), 6);
+        r.then(answer(true));
+        doc->deleteButton->click();
+        QTRY_VERIFY(r.done());
+        QCOMPARE(messages, QStringList(2, "Are you sure you want to delete the selected entry?"));
         gPrefs->setBool(false, Pref::ConfirmDelete);
         selectByName(doc, "Bank copy 2");
         doc->deleteButton->click();
         QTest::qWait(50);
-        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
 
         // All of it is on disk.
         ScriptedDelegate d;
         d.passwords = {"pw"};
         PasswordFile check(pkg("Edit.qvm"), nullptr, &d);
         QCOMPARE(check.open(PasswordFile::KeychainUse::Never), PasswordFile::OpenResult::Opened);
-        QCOMPARE(names(check.passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
+        QCOMPARE(entryNames(check.passwordArray()), (QStringList{"Bank", "Brokerage", "Mail", "Shop"}));
     }
 
     void renamingKeepsTheSelectionAcrossTheSort()
@@ -262,7 +540,7 @@ private Q_SLOTS:
             d->nameText->setText("Zebra Bank");
             d->okButton->click();
         });
-        QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Mail", "Shop", "Zebra Bank"}));
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Mail", "Shop", "Zebra Bank"}));
         QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{2});
         QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{"Zebra Bank"});
         // An unchanged entry cannot be saved.
@@ -351,9 +629,9 @@ private Q_SLOTS:
         QVERIFY(toModel->canDropMimeData(mime.get(), Qt::CopyAction, -1, -1, {}));
         QVERIFY(toModel->dropMimeData(mime.get(), Qt::CopyAction, -1, -1, {}));
         QTest::qWait(50);
-        QCOMPARE(names(to->file().passwordArray()), (QStringList{"Bank", "Bank2", "Mail"}));
+        QCOMPARE(entryNames(to->file().passwordArray()), (QStringList{"Bank", "Bank2", "Mail"}));
         QCOMPARE(to->passwordTable->selectedRows(), QList<int>{1}); // the first dropped entry
-        QCOMPARE(names(from->file().passwordArray()), (QStringList{"Bank", "Mail", "Shop"}));
+        QCOMPARE(entryNames(from->file().passwordArray()), (QStringList{"Bank", "Mail", "Shop"}));
     }
 
     void changingThePasswordFromTheWindow()
@@ -361,6 +639,33 @@ private Q_SLOTS:
         QVERIFY(makePackage(pkg("Change.qvm"), "pw", bankList()));
         MyDocument *doc = open(pkg("Change.qvm"));
         QVERIFY(doc);
+        {
+            // Cancel at either step: "Password not changed.", and the file keeps its password.
+            ModalResponder no;
+            QStringList told;
+            auto notChanged = [&](QWidget *w) {
+                auto *p = qobject_cast<PromptPanel *>(w);
+                QVERIFY(p);
+                told.append(p->promptMessage->text());
+                p->promptDefaultButton->click();
+            };
+            no.then([](QWidget *w) { static_cast<QDialog *>(w)->done(0); });
+            no.then(notChanged);
+            no.then([](QWidget *w) { typePassword(w, "pw"); });
+            no.then([](QWidget *w) {
+                auto *p = qobject_cast<ChangePasswordPanel *>(w);
+                QVERIFY(p);
+                p->newFramis->setText("other");
+                p->newFramis2->setText("other");
+                p->done(0);
+            });
+            no.then(notChanged);
+            doc->changePassword();
+            doc->changePassword();
+            QTRY_VERIFY(no.done());
+            QCOMPARE(told, QStringList(2, "Password not changed."));
+            QCOMPARE(listOnDisk(pkg("Change.qvm")).size(), 3);
+        }
         ModalResponder r;
         bool okWhileDifferent = true, okWhenEqual = false;
         QString told;

@@ -15,6 +15,7 @@
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
+#include "ui/SingleInstance.h"
 
 #include <QApplication>
 #include <QDir>
@@ -33,23 +34,6 @@ using namespace tess;
 using namespace tess::testsupport;
 
 namespace {
-
-EntryList bankList()
-{
-    return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::URL, "https://bank.example"}, {EntryKey::UserID, "me"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}},
-                     Entry{{EntryKey::Path, "Mail"}, {EntryKey::Notes, "the bank sends mail here"}, {EntryKey::Button, ""}},
-                     Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
-}
-
-EntryList listOnDisk(const QString &path, const QString &password = "pw")
-{
-    ScriptedDelegate d;
-    d.passwords = {password};
-    PasswordFile file(path, nullptr, &d);
-    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return {};
-    return file.passwordArray();
-}
 
 // Go To URL opens the address in a stand-in for the browser that notes it down in
 // $HOME/opened (the test session has no browser, and a real one would outlive the test).
@@ -136,6 +120,77 @@ private Q_SLOTS:
         const int bankRow = int(entryWithName(doc->file().passwordArray(), "Bank"));
         doc->goToURL(bankRow);
         QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{"Bank"});
+    }
+
+    // One instance per session: a second launch hands its files to the first and ends, and
+    // the first goes on saving (the second never takes its scratch directory away).
+    void aSecondLaunchHandsItsFilesToTheFirst()
+    {
+        QVERIFY(makePackage(pkg("First.qvm"), "pw", bankList()));
+        QVERIFY(makePackage(pkg("Second.qvm"), "pw", bankList()));
+        MyDocument *first = open(pkg("First.qvm"));
+        QVERIFY(first);
+        // This process is the running instance, as the application's start makes it.
+        SingleInstance instance;
+        QCOMPARE(instance.claimOrHandOver({}), SingleInstance::Role::Primary);
+        connect(&instance, &SingleInstance::filesHandedOver, m_controller.get(), &Controller::openFilesHandedOver);
+
+        ModalResponder r;
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        const QString app = qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline";
+        auto launch = [&](const QStringList &args) {
+            QProcess second;
+            second.setWorkingDirectory(m_home->path());
+            second.start(app, args);
+            // Waited for with the event loop running: this process must answer meanwhile.
+            for (int i = 0; i < 400 && second.state() != QProcess::NotRunning; ++i)
+                QTest::qWait(50);
+            if (second.state() != QProcess::NotRunning) {
+                second.kill();
+                second.waitForFinished();
+                return -1;
+            }
+            return second.exitStatus() == QProcess::NormalExit ? second.exitCode() : -1;
+        };
+        QCOMPARE(launch({"Second.qvm/"}), 0); // relative, with the slash of shell completion
+        QTRY_VERIFY(r.done());
+        MyDocument *second = m_controller->documentForPath(pkg("Second.qvm"));
+        QVERIFY(second);
+        QTRY_VERIFY(second->isOpen());
+        QCOMPARE(launch({}), 0);
+        QCOMPARE(m_controller->documents().size(), 2);
+        QCOMPARE(scratchDirectories().size(), 2);
+
+        // Ctrl+D in the first window still saves.
+        QVERIFY(activate(first));
+        selectByName(first, "Bank");
+        QTest::keyClick(first->passwordTable, Qt::Key_D, Qt::ControlModifier);
+        QTRY_VERIFY(first->saveMsg->isHidden());
+        QCOMPARE(entryNames(listOnDisk(pkg("First.qvm"))), (QStringList{"Bank", "Bank copy", "Mail", "Shop"}));
+        instance.release();
+    }
+
+    // A launch that ends with no window on screen ends: a path that is not a password file is
+    // told so, and the application goes once the message is answered.
+    void aLaunchWithNothingToShowEnds()
+    {
+        writeBytes(pkg("notes.txt"), "not a password file");
+        QProcess launched;
+        launched.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline", {pkg("notes.txt")});
+        QVERIFY(launched.waitForStarted());
+        const QStringList message{"search", "--all", "--onlyvisible", "--pid", QString::number(launched.processId()),
+                                  "--name", "Tessaline"};
+        auto xdotool = [](const QStringList &args) {
+            QProcess p;
+            p.setStandardOutputFile(QProcess::nullDevice());
+            p.start("xdotool", args);
+            return p.waitForFinished() && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(xdotool(message) == 0, 20000);
+        QCOMPARE(xdotool(message + QStringList{"windowactivate", "--sync"}), 0);
+        QCOMPARE(xdotool({"key", "Return"}), 0);
+        QVERIFY(launched.waitForFinished(10000));
+        QCOMPARE(launched.exitCode(), 0);
     }
 
     void aFileIsNotOpenedWithoutItsScratchDirectory()
@@ -253,7 +308,8 @@ private Q_SLOTS:
         QTRY_VERIFY(m_controller->documents().isEmpty());
 
         // The application itself, opening the file from the keyring, killed while it is open,
-        // then started again.
+        // then started again (which finds no running instance to hand the file to: a killed
+        // one never blocks the next).
         QCOMPARE(m_keychain.add("Secret", "Tessaline", newPassword.toUtf8()), 0);
         const QString app = qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline";
         const QString titles = path + "/Recent Websites.qvmi";

@@ -132,6 +132,84 @@ private Q_SLOTS:
         QVERIFY(!prefs.empty());
     }
 
+    // A setting stored as a string reads as NSString's boolValue does.
+    void stringsReadAsBooleans_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("on");
+        for (const char *yes : {"true", "True", "t", "T", "TRUE", "yes", "Y", "y", " 1", "+7", "007"})
+            QTest::addRow("%s", yes) << QString::fromLatin1(yes) << true;
+        for (const char *no : {"false", "F", "no", "N", "0", "-0", "", "  ", "on", "x1"})
+            QTest::addRow("'%s'", no) << QString::fromLatin1(no) << false;
+    }
+    void stringsReadAsBooleans()
+    {
+        QFETCH(QString, stored);
+        QFETCH(bool, on);
+        testsupport::ScopedHome home;
+        writeFile(QWPrefs::prefsPathForApplicationID(kApplicationID),
+                  archive::encodeKeyedArchive(QVariantMap{{Pref::ConfirmDelete, stored}}));
+        QWPrefs prefs(kApplicationID);
+        QCOMPARE(prefs.boolForKey(Pref::ConfirmDelete), on);
+    }
+
+    // Another program (tessaline-cli, a second copy) changed the file meanwhile: a
+    // synchronize writes only what was changed here, over what the file holds now.
+    void synchronizeKeepsWhatOthersWrote()
+    {
+        testsupport::ScopedHome home;
+        const QString path = QWPrefs::prefsPathForApplicationID(kApplicationID);
+        writeFile(path, archive::encodeKeyedArchive(QVariantMap{{Pref::ConfirmDelete, true}, {Pref::TypeSpeed, qint64(5)},
+                                                                {Pref::DefaultUserID, QStringLiteral("me")},
+                                                                {Pref::ConvertedFromPlist, true}}));
+        QWPrefs app(kApplicationID, kApplicationID);
+        QWPrefs other(kApplicationID, kApplicationID);
+        other.setBool(false, Pref::ConfirmDelete);
+        other.setObject(QStringLiteral("/a.qvm"), Pref::LastPWFile);
+        QVERIFY(other.synchronize());
+
+        app.setInteger(7, Pref::TypeSpeed);
+        app.removeObjectForKey(Pref::DefaultUserID);
+        app.setBool(true, Pref::ConfirmDelete); // what it already held: not a change
+        QVERIFY(app.synchronize());
+        const QVariantMap onDisk = archive::decodeKeyedArchive(testsupport::readFile(path)).toMap();
+        QCOMPARE(onDisk.value(Pref::ConfirmDelete), QVariant(false));
+        QCOMPARE(onDisk.value(Pref::LastPWFile).toString(), QStringLiteral("/a.qvm"));
+        QCOMPARE(onDisk.value(Pref::TypeSpeed).toLongLong(), 7);
+        QVERIFY(!onDisk.contains(Pref::DefaultUserID));
+        QCOMPARE(app.prefsMutableDictionary(), onDisk); // and the store now holds the same
+
+        // A file gone meanwhile is written whole again.
+        QVERIFY(QFile::remove(path));
+        app.setInteger(8, Pref::TypeSpeed);
+        QVERIFY(app.synchronize());
+        QWPrefs reread(kApplicationID);
+        QCOMPARE(reread.integerForKey(Pref::TypeSpeed), 8);
+    }
+
+    void outsideChangesArePickedUpWhileRunning()
+    {
+        testsupport::ScopedHome home;
+        QWPrefs app(kApplicationID, kApplicationID);
+        app.setBool(true, Pref::ConfirmDelete);
+        QVERIFY(app.synchronize());
+        app.watchForOutsideChanges();
+        app.setInteger(3, Pref::PasswordPrompt); // not yet written: stays as set here
+
+        for (bool confirm : {false, true}) { // the file is replaced each time, not written in place
+            QWPrefs other(kApplicationID, kApplicationID);
+            other.setBool(confirm, Pref::ConfirmDelete);
+            other.setInteger(9, Pref::PasswordPrompt);
+            QVERIFY(other.synchronize());
+            QTRY_COMPARE(app.boolForKey(Pref::ConfirmDelete), confirm);
+            QCOMPARE(app.integerForKey(Pref::PasswordPrompt), 3);
+        }
+        QVERIFY(app.synchronize());
+        QWPrefs reread(kApplicationID);
+        QCOMPARE(reread.boolForKey(Pref::ConfirmDelete), true);
+        QCOMPARE(reread.integerForKey(Pref::PasswordPrompt), 3);
+    }
+
     void synchronizeReplacesAtomically()
     {
         testsupport::ScopedHome home;

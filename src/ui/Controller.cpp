@@ -4,6 +4,7 @@
 #include "core/shortcuts/KeyNames.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/x11/X11Session.h"
+#include "ui/FilePanels.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 
@@ -17,6 +18,8 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPushButton>
+#include <QStandardPaths>
 #include <QTimer>
 
 namespace tess {
@@ -27,6 +30,9 @@ const QString Controller::kBadPasswordInfo =
 const QString Controller::kCreateTitle = QStringLiteral("Create Password File");
 const QString Controller::kCreateMessage = QStringLiteral("Choose a name, location, and password to create a password file.");
 const QString Controller::kAuthorizationNeeded = QStringLiteral("Authorization Needed");
+const QString Controller::kEmptyPasswordInfo =
+    QStringLiteral("The password is empty. Type the same password twice to create a password file.");
+const QString Controller::kOpenTitle = QStringLiteral("Open Password File");
 
 namespace {
 constexpr quint32 kCommandOption = 2304;
@@ -105,6 +111,7 @@ void Controller::awakeFromNib()
         gRecentWebsitesMenu = new QMenu(QStringLiteral("Go To Recent Website"));
         gRecentWebsitesMenu->addAction(QStringLiteral("Clear Menu"))->setEnabled(false);
     }
+    gPrefs->watchForOutsideChanges();
     PasswordFile::removeLeftoverScratchDirectories();
     connect(qApp, &QCoreApplication::aboutToQuit, this, &Controller::applicationWillTerminate);
 }
@@ -155,8 +162,14 @@ MyDocument *Controller::openDocument(const QString &path)
     auto *doc = new MyDocument(path, m_keychain);
     m_documents.append(doc);
     connect(doc, &MyDocument::closed, this, [this](MyDocument *d) {
-        if (!m_terminating)
-            m_documents.removeAll(d);
+        if (m_terminating)
+            return;
+        // Closing the last window ends the application: the files to reopen are taken now,
+        // while this one is still open.
+        const QList<MyDocument *> open = openDocuments();
+        if (open == QList<MyDocument *>{d})
+            rememberOpenFiles(open);
+        m_documents.removeAll(d);
     });
     doc->show();
     // The window is on screen before any prompt.
@@ -170,8 +183,36 @@ MyDocument *Controller::openDocument(const QString &path)
 
 bool Controller::openFile(const QString &path)
 {
-    if (QFileInfo(path).suffix() == u"qvm")
-        openDocument(path);
+    // Shell completion ends a package's name with a slash.
+    const QString clean = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    if (QFileInfo(clean).suffix() == u"qvm") {
+        openDocument(clean);
+        return true;
+    }
+    QMessageBox box(QMessageBox::Warning, QApplication::applicationName(), PasswordFile::kNotAPasswordFile);
+    box.setInformativeText(QDir::toNativeSeparators(path));
+    box.exec();
+    return true;
+}
+
+void Controller::openFilesHandedOver(const QStringList &paths)
+{
+    for (const QString &p : paths)
+        openFile(p);
+    // A launch without files brings the windows forward.
+    const QList<MyDocument *> docs = documents();
+    if (paths.isEmpty() && !docs.isEmpty()) {
+        docs.last()->raise();
+        docs.last()->activateWindow();
+    }
+}
+
+bool Controller::quitIfNothingOpen()
+{
+    for (QWidget *w : QApplication::topLevelWidgets())
+        if (w->isVisible())
+            return false;
+    QCoreApplication::quit();
     return true;
 }
 
@@ -201,15 +242,15 @@ bool Controller::applicationOpenUntitledFile()
 
 void Controller::newDocument()
 {
+    QString chosen = QDir::homePath() + QStringLiteral("/");
     for (;;) {
-        QFileDialog dialog(nullptr, kCreateTitle, QDir::homePath());
-        dialog.setOption(QFileDialog::DontUseNativeDialog);
-        dialog.setAcceptMode(QFileDialog::AcceptSave);
-        dialog.setFileMode(QFileDialog::AnyFile);
-        dialog.setNameFilter(QStringLiteral("Password files (*.qvm)"));
-        dialog.setDefaultSuffix(QStringLiteral("qvm"));
+        // The panel comes back after a mistake with the name as it was.
+        PackageFileDialog dialog(PackageFileDialog::Purpose::Create, kCreateTitle, QFileInfo(chosen).absolutePath());
+        if (!QFileInfo(chosen).fileName().isEmpty())
+            dialog.selectFile(QFileInfo(chosen).fileName());
         dialog.setLabelText(QFileDialog::Accept, kCreateTitle);
-        // The accessory view: the message and the password typed twice.
+        // The accessory view: the message and the password typed twice, and a way to an
+        // existing file instead (the first-run panel is often the first thing a user sees).
         auto *framisView = new QWidget;
         auto *form = new QFormLayout(framisView);
         form->addRow(new QLabel(kCreateMessage));
@@ -221,44 +262,92 @@ void Controller::newDocument()
         framis2->setEchoMode(QLineEdit::Password);
         form->addRow(QStringLiteral("Password:"), framis1);
         form->addRow(QStringLiteral("Again:"), framis2);
+        auto *openInstead = new QPushButton(QStringLiteral("Open Existing File…"));
+        openInstead->setObjectName(QStringLiteral("openExistingButton"));
+        openInstead->setAutoDefault(false);
+        bool wantsOpen = false;
+        connect(openInstead, &QPushButton::clicked, &dialog, [&] {
+            wantsOpen = true;
+            dialog.reject();
+        });
+        form->addRow(QString(), openInstead);
         if (auto *grid = qobject_cast<QGridLayout *>(dialog.layout()))
             grid->addWidget(framisView, grid->rowCount(), 0, 1, grid->columnCount());
         newFilePanel = &dialog;
-        const bool accepted = dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty();
+        const bool accepted = dialog.exec() == QDialog::Accepted && !dialog.chosenPackage().isEmpty();
         const QString password1 = framis1->text(), password2 = framis2->text();
         framis1 = framis2 = nullptr;
+        if (wantsOpen) {
+            if (openDocumentWithDialog())
+                return;
+            continue; // back to the choice
+        }
         if (!accepted)
             return;
-        QString path = dialog.selectedFiles().first();
-        if (!path.endsWith(QStringLiteral(".qvm")))
-            path += QStringLiteral(".qvm");
-        if (!password1.isEmpty() && password1 == password2) {
-            if (!PasswordFile::createPackage(path, password1)) {
-                QMessageBox::warning(nullptr, kCreateTitle, QStringLiteral("%1 cannot be created.").arg(path));
-                return;
-            }
-            openDocument(path);
+        chosen = dialog.chosenPackage();
+        if (password1.isEmpty() || password1 != password2) {
+            QMessageBox box(QMessageBox::Warning, kBadPassword, kBadPassword);
+            box.setInformativeText(password1.isEmpty() && password2.isEmpty() ? kEmptyPasswordInfo : kBadPasswordInfo);
+            box.exec();
+            continue;
+        }
+        if (dialog.replaceExisting() && !moveAsideForReplacing(chosen))
+            return;
+        if (!PasswordFile::createPackage(chosen, password1)) {
+            QMessageBox::warning(nullptr, kCreateTitle, QStringLiteral("%1 cannot be created.").arg(chosen));
             return;
         }
-        QMessageBox box(QMessageBox::Warning, kBadPassword, kBadPassword);
-        box.setInformativeText(kBadPasswordInfo);
-        box.exec();
+        openDocument(chosen);
+        return;
     }
 }
 
-void Controller::openDocumentWithDialog()
+bool Controller::moveAsideForReplacing(const QString &path)
 {
-    // A password file is a folder ending in ".qvm".
-    const QString path = QFileDialog::getExistingDirectory(nullptr, QStringLiteral("Open Password File"), QDir::homePath(),
-                                                           QFileDialog::ShowDirsOnly);
-    if (path.isEmpty())
-        return;
-    if (QFileInfo(path).suffix() != u"qvm") {
-        QMessageBox::warning(nullptr, QStringLiteral("Open Password File"),
-                             QStringLiteral("%1 is not a password file (a folder whose name ends in \".qvm\").").arg(path));
-        return;
-    }
-    openDocument(path);
+    QString why;
+    if (documentForPath(path))
+        why = QStringLiteral("It is open: close its window first.");
+    else if (!QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+             || !QFile::moveToTrash(path)) // the trash goes inside the data folder, which must exist
+        why = QStringLiteral("It could not be moved to the trash.");
+    if (why.isEmpty())
+        return true;
+    QMessageBox box(QMessageBox::Warning, kCreateTitle, QStringLiteral("%1 was not replaced.").arg(QFileInfo(path).fileName()));
+    box.setInformativeText(why);
+    box.exec();
+    return false;
+}
+
+bool Controller::openDocumentWithDialog()
+{
+    PackageFileDialog dialog(PackageFileDialog::Purpose::Open, kOpenTitle, QDir::homePath());
+    openFilePanel = &dialog;
+    if (dialog.exec() != QDialog::Accepted || dialog.chosenPackage().isEmpty())
+        return false;
+    openFile(dialog.chosenPackage());
+    return documentForPath(dialog.chosenPackage()) != nullptr;
+}
+
+QList<MyDocument *> Controller::openDocuments() const
+{
+    QList<MyDocument *> out;
+    for (MyDocument *d : documents())
+        if (d->isOpen())
+            out.append(d);
+    return out;
+}
+
+void Controller::rememberOpenFiles(const QList<MyDocument *> &docs)
+{
+    QVariantList paths;
+    for (MyDocument *d : docs)
+        paths.append(d->filePath());
+    if (!paths.isEmpty())
+        gPrefs->setObject(paths, Pref::LastPWFiles);
+    else
+        gPrefs->removeObjectForKey(Pref::LastPWFiles);
+    gPrefs->synchronize();
+    m_remembered = true;
 }
 
 void Controller::applicationWillTerminate()
@@ -266,19 +355,14 @@ void Controller::applicationWillTerminate()
     if (m_terminating || !gPrefs)
         return;
     m_terminating = true;
-    QVariantList paths;
-    for (const auto &d : std::as_const(m_documents)) {
-        if (!d)
-            continue;
-        if (d->isOpen())
-            paths.append(d->filePath());
+    const QList<MyDocument *> open = openDocuments();
+    for (MyDocument *d : documents())
         d->close();
-    }
-    if (!paths.isEmpty())
-        gPrefs->setObject(paths, Pref::LastPWFiles);
+    // With no window left, what was open when the last one closed stands.
+    if (!open.isEmpty() || !m_remembered)
+        rememberOpenFiles(open);
     else
-        gPrefs->removeObjectForKey(Pref::LastPWFiles);
-    gPrefs->synchronize();
+        gPrefs->synchronize();
 }
 
 void Controller::quit()

@@ -26,6 +26,8 @@ public:
     static const QString kCreateTitle;
     static const QString kCreateMessage;
     static const QString kAuthorizationNeeded;
+    static const QString kEmptyPasswordInfo;
+    static const QString kOpenTitle;
 
     explicit Controller(Keychain *keychain, QObject *parent = nullptr);
     ~Controller() override;
@@ -35,11 +37,17 @@ public:
     void warnAuthorization();
     // applicationOpenUntitledFile: reopen the last files, or offer to create one.
     bool applicationOpenUntitledFile();
-    // application:openFile: — only ".qvm" packages; always answers YES.
+    // application:openFile: — only ".qvm" packages (anything else is answered with "This is
+    // not a Tessaline file."); always answers YES.
     bool openFile(const QString &path);
+    // What a later launch of the program handed over: its file arguments (or none).
+    void openFilesHandedOver(const QStringList &paths);
+    // A launch that leaves no window on screen ends the application; answers whether it did.
+    bool quitIfNothingOpen();
     // newDocument: the save panel with the two password fields, until they match or cancel.
     void newDocument();
-    void openDocumentWithDialog();
+    // File > Open; answers whether a document was opened.
+    bool openDocumentWithDialog();
     // applicationWillTerminate: remember and close the open files.
     void applicationWillTerminate();
     void quit();
@@ -49,6 +57,7 @@ public:
 
     // Set by tests and the screenshot tool: how the new-file panel is answered.
     QPointer<QFileDialog> newFilePanel;
+    QPointer<QFileDialog> openFilePanel;
     QLineEdit *framis1 = nullptr;
     QLineEdit *framis2 = nullptr;
 
@@ -57,9 +66,14 @@ Q_SIGNALS:
 
 private:
     MyDocument *openDocument(const QString &path);
+    QList<MyDocument *> openDocuments() const;
+    // Stores "Last PW Files" (removed when there are none) and writes the settings.
+    void rememberOpenFiles(const QList<MyDocument *> &docs);
+    bool moveAsideForReplacing(const QString &path);
     Keychain *m_keychain;
     QList<QPointer<MyDocument>> m_documents;
     bool m_terminating = false;
+    bool m_remembered = false; // "Last PW Files" was taken when the last window closed
 };
 
 // "generatedPasswordLength" as start-up normalises it (0 counts as 16).

@@ -835,8 +835,8 @@ void MyDocument::closeEvent(QCloseEvent *event)
         gWPM = nullptr;
         gWebsiteItem = nullptr;
     }
+    Q_EMIT closed(this); // still open: the controller may remember it
     m_opened = false;
-    Q_EMIT closed(this);
     event->accept();
 }
 

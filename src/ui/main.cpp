@@ -6,6 +6,7 @@
 #include "platform/x11/XkbKeyboardLayout.h"
 #include "ui/Controller.h"
 #include "ui/MyDocument.h"
+#include "ui/SingleInstance.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -13,6 +14,36 @@
 #include <QTimer>
 
 #include <memory>
+
+namespace {
+
+// One instance per session: a later launch hands its files to the running one and ends.
+// A screenshot run stands alone.
+bool handedToRunningInstance(tess::SingleInstance &instance, const QStringList &files, bool standAlone)
+{
+    if (standAlone)
+        return false;
+    const bool handed = instance.claimOrHandOver(files) == tess::SingleInstance::Role::HandedOver;
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &instance, &tess::SingleInstance::release);
+    return handed;
+}
+
+// The files of the command line (or else those of the last session), then those of later
+// launches. A launch that leaves no window on screen ends the application.
+void openLaunchFiles(tess::Controller &controller, tess::SingleInstance &instance, const QStringList &files)
+{
+    QObject::connect(&instance, &tess::SingleInstance::filesHandedOver, &controller,
+                     &tess::Controller::openFilesHandedOver);
+    QTimer::singleShot(0, &controller, [&controller, files] {
+        if (files.isEmpty())
+            controller.applicationOpenUntitledFile();
+        for (const QString &f : files)
+            controller.openFile(f);
+        controller.quitIfNothingOpen();
+    });
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -31,6 +62,10 @@ int main(int argc, char **argv)
     parser.addOption(screenshot);
     parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Password files (.qvm folders) to open."), QStringLiteral("[FILE.qvm...]"));
     parser.process(app);
+
+    tess::SingleInstance instance;
+    if (handedToRunningInstance(instance, parser.positionalArguments(), parser.isSet(screenshot)))
+        return 0;
 
     // Key names follow the X server's layout, and change with it.
     std::unique_ptr<tess::XkbKeyboardLayout> layout;
@@ -54,12 +89,6 @@ int main(int argc, char **argv)
         });
     }
 
-    QTimer::singleShot(0, &controller, [&] {
-        const QStringList files = parser.positionalArguments();
-        if (files.isEmpty())
-            controller.applicationOpenUntitledFile();
-        for (const QString &f : files)
-            controller.openFile(f);
-    });
+    openLaunchFiles(controller, instance, parser.positionalArguments());
     return app.exec();
 }

@@ -2,15 +2,23 @@
 
 #include "core/app/QWPrefs.h"
 #include "core/entries/EntryList.h"
+#include "core/storage/PasswordFile.h"
+#include "support/FileSupport.h"
 #include "ui/Controller.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QEvent>
+#include <QFileDialog>
+#include <QFileInfo>
 #include <QLabel>
+#include <QFileSystemModel>
 #include <QLineEdit>
+#include <QListView>
+#include <QTreeView>
 #include <QTest>
 
 namespace tess::testsupport {
@@ -40,6 +48,15 @@ bool ModalResponder::eventFilter(QObject *o, QEvent *e)
 
 void ModalResponder::poll()
 {
+    // After a failed check every panel is cancelled: a panel left on screen would hold the
+    // test in its modal loop until the watchdog kills the whole suite.
+    if (QTest::currentTestFailed()) {
+        m_answers.clear();
+        for (const QPointer<QWidget> &w : std::exchange(m_shown, {}))
+            if (auto *dialog = qobject_cast<QDialog *>(w.data()); dialog && dialog->isVisible())
+                dialog->reject();
+        return;
+    }
     while (!m_shown.isEmpty() && !m_answers.empty()) {
         QPointer<QWidget> w = m_shown.takeFirst();
         if (!w || !w->isVisible())
@@ -47,6 +64,8 @@ void ModalResponder::poll()
         Answer a = std::move(m_answers.front());
         m_answers.pop_front();
         a(w);
+        if (QTest::currentTestFailed() && w)
+            m_shown.prepend(w); // cancelled on the next tick
         return;
     }
 }
@@ -121,6 +140,62 @@ void typePassword(QWidget *w, const QString &password, QString *promptSeen)
         *promptSeen = panel->framisPrompt->text();
     panel->framisText->setText(password);
     panel->done(1);
+}
+
+QLineEdit *fileNameField(QWidget *panel)
+{
+    return panel ? panel->findChild<QLineEdit *>(QStringLiteral("fileNameEdit")) : nullptr;
+}
+
+void typeInFilePanel(QWidget *w, const QString &path)
+{
+    auto *dialog = qobject_cast<QFileDialog *>(w);
+    QVERIFY2(dialog, "expected a file panel");
+    QLineEdit *name = fileNameField(dialog);
+    QVERIFY(name);
+    dialog->setDirectory(QFileInfo(path).absolutePath());
+    name->setText(QFileInfo(path).fileName());
+    // Queued: the panel may ask something of its own, and this answer must return first.
+    QMetaObject::invokeMethod(dialog, "accept", Qt::QueuedConnection);
+}
+
+void doubleClickInFilePanel(QFileDialog *panel, const QString &path)
+{
+    QVERIFY(panel);
+    // The list or the detailed view, whichever the panel shows.
+    QAbstractItemView *view = panel->findChild<QListView *>(QStringLiteral("listView"));
+    if (!view || !view->isVisible())
+        view = panel->findChild<QAbstractItemView *>(QStringLiteral("treeView"));
+    QVERIFY(view && view->isVisible());
+    auto *model = qobject_cast<QFileSystemModel *>(view->model());
+    QVERIFY(model);
+    // The panel reads its folder in the background.
+    QTRY_VERIFY(view->visualRect(model->index(path)).isValid());
+    const QModelIndex index = model->index(path);
+    view->scrollTo(index);
+    // As the window system delivers a double click: press and release, then the double
+    // click in place of the second press, and its release.
+    const QPoint at = view->visualRect(index).center();
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at);
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, at);
+    QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, at);
+}
+
+QVariantList bankList()
+{
+    return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::URL, "https://bank.example"}, {EntryKey::UserID, "me"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}},
+                     Entry{{EntryKey::Path, "Mail"}, {EntryKey::Notes, "the bank sends mail here"}, {EntryKey::Button, ""}},
+                     Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
+}
+
+QVariantList listOnDisk(const QString &path, const QString &password)
+{
+    ScriptedDelegate d;
+    d.passwords = {password};
+    PasswordFile file(path, nullptr, &d);
+    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
+        return {};
+    return file.passwordArray();
 }
 
 } // namespace tess::testsupport

@@ -14,6 +14,9 @@
 #include "platform/linux/SecretServiceKeychain.h"
 #include "support/TestSupport.h"
 
+class QFileDialog;
+class QLineEdit;
+
 namespace tess {
 class Controller;
 class MyDocument;
@@ -72,5 +75,21 @@ void selectByName(MyDocument *doc, const QString &name);
 
 // Types the password into the document's password panel and presses OK.
 void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr);
+
+// In a file panel (File > New or File > Open): goes to the path's folder, types its name into
+// the name field and presses the panel's button, as a user would. Never select the file with
+// QFileDialog::selectFile on a panel on screen: once the name field has the focus (which the
+// window manager gives it at a moment of its choosing), selectFile leaves the field as it is,
+// and the panel then goes into the folder instead of closing.
+void typeInFilePanel(QWidget *w, const QString &path);
+// The name field of a file panel.
+QLineEdit *fileNameField(QWidget *panel);
+// Double-clicks the item of the panel's list, once the panel shows it.
+void doubleClickInFilePanel(QFileDialog *panel, const QString &path);
+
+// Three entries that "bank" finds in three ways (name, notes, second user ID).
+QVariantList bankList();
+// The entry list as the file on disk holds it (empty when it does not open with the password).
+QVariantList listOnDisk(const QString &path, const QString &password = QStringLiteral("pw"));
 
 } // namespace tess::testsupport

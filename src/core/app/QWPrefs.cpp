@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QJsonDocument>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -78,24 +79,33 @@ double plistDouble(const QVariant &v)
 QWPrefs::QWPrefs(const QString &applicationID, const QString &newApplicationID)
 {
     m_prefsPath = prefsPathForApplicationID(applicationID);
-    QFile file(m_prefsPath);
-    if (file.exists()) {
-        QVariant root;
-        if (file.open(QIODevice::ReadOnly))
-            root = archive::decodeKeyedArchive(file.readAll());
+    if (QFileInfo::exists(m_prefsPath)) {
+        const QVariant root = readFile();
         if (root.typeId() == QMetaType::QVariantMap) {
             m_prefs = root.toMap();
+            m_writeWhole = false;
         } else {
-            m_prefs.clear();
             m_prefs.insert(Pref::ReconstructedAfterCorruption, true);
         }
     }
     // There is no older defaults domain to merge on this platform; the mark still records that
     // the one-time merge has been done.
     if (!m_prefs.contains(Pref::ConvertedFromPlist))
-        m_prefs.insert(Pref::ConvertedFromPlist, true);
-    if (!newApplicationID.isEmpty())
+        store(Pref::ConvertedFromPlist, true);
+    if (!newApplicationID.isEmpty() && newApplicationID != applicationID) {
         m_prefsPath = prefsPathForApplicationID(newApplicationID);
+        m_writeWhole = true; // the settings move into the new file
+    }
+}
+
+QWPrefs::~QWPrefs() = default;
+
+QVariant QWPrefs::readFile() const
+{
+    QFile file(m_prefsPath);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return archive::decodeKeyedArchive(file.readAll());
 }
 
 QString QWPrefs::prefsDirectory()
@@ -150,9 +160,26 @@ double QWPrefs::doubleForKey(const QString &key) const
 void QWPrefs::setObject(const QVariant &value, const QString &key)
 {
     if (!value.isValid() || value.isNull())
-        m_prefs.remove(key);
+        removeObjectForKey(key);
     else
-        m_prefs.insert(key, value);
+        store(key, value);
+}
+
+void QWPrefs::store(const QString &key, const QVariant &value)
+{
+    const auto it = m_prefs.constFind(key);
+    // Only a real change is written: setting a key to what it holds must not write over a
+    // value another program stored meanwhile.
+    if (it != m_prefs.constEnd() && it->typeId() == value.typeId() && *it == value)
+        return;
+    m_prefs.insert(key, value);
+    m_changed.insert(key);
+}
+
+void QWPrefs::removeObjectForKey(const QString &key)
+{
+    if (m_prefs.remove(key))
+        m_changed.insert(key);
 }
 
 QString QWPrefs::description() const
@@ -160,9 +187,28 @@ QString QWPrefs::description() const
     return QString::fromUtf8(QJsonDocument::fromVariant(m_prefs).toJson(QJsonDocument::Indented));
 }
 
+QVariantMap QWPrefs::withChangesOver(QVariantMap base) const
+{
+    for (const QString &key : m_changed) {
+        const auto it = m_prefs.constFind(key);
+        if (it == m_prefs.constEnd())
+            base.remove(key);
+        else
+            base.insert(key, *it);
+    }
+    return base;
+}
+
 bool QWPrefs::synchronize()
 {
-    const QByteArray bytes = archive::encodeKeyedArchive(m_prefs);
+    QVariantMap out = m_prefs;
+    if (!m_writeWhole) {
+        const QVariant now = readFile();
+        // A file gone or damaged since it was read is replaced with everything known here.
+        if (now.typeId() == QMetaType::QVariantMap)
+            out = withChangesOver(now.toMap());
+    }
+    const QByteArray bytes = archive::encodeKeyedArchive(out);
     if (bytes.isEmpty())
         return false;
     QDir().mkpath(QFileInfo(m_prefsPath).absolutePath());
@@ -173,7 +219,43 @@ bool QWPrefs::synchronize()
         file.cancelWriting();
         return false;
     }
-    return file.commit();
+    if (!file.commit())
+        return false;
+    m_prefs = out;
+    m_changed.clear();
+    m_writeWhole = false;
+    return true;
+}
+
+bool QWPrefs::readOutsideChanges()
+{
+    const QVariant now = readFile();
+    if (now.typeId() != QMetaType::QVariantMap)
+        return false;
+    m_prefs = withChangesOver(now.toMap());
+    m_writeWhole = false;
+    return true;
+}
+
+void QWPrefs::watchForOutsideChanges()
+{
+    if (m_watcher)
+        return;
+    const QString dir = QFileInfo(m_prefsPath).absolutePath();
+    QDir().mkpath(dir);
+    m_watcher = std::make_unique<QFileSystemWatcher>();
+    // The file is replaced by a rename, which ends a watch on the file itself: the folder's
+    // watch sees the new one arrive, and the file is watched again.
+    m_watcher->addPath(dir);
+    auto changed = [this] {
+        if (QFileInfo::exists(m_prefsPath) && !m_watcher->files().contains(m_prefsPath))
+            m_watcher->addPath(m_prefsPath);
+        readOutsideChanges();
+    };
+    QObject::connect(m_watcher.get(), &QFileSystemWatcher::directoryChanged, m_watcher.get(), changed);
+    QObject::connect(m_watcher.get(), &QFileSystemWatcher::fileChanged, m_watcher.get(), changed);
+    if (QFileInfo::exists(m_prefsPath))
+        m_watcher->addPath(m_prefsPath);
 }
 
 } // namespace tess

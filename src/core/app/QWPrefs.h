@@ -1,10 +1,17 @@
 #pragma once
-// The one settings store of the program: a dictionary kept in memory and written whole, as a
-// keyed archive, by synchronize(). Setters never touch the disk.
+// The one settings store of the program: a dictionary kept in memory and written, as a keyed
+// archive, by synchronize(). Setters never touch the disk. Other programs (tessaline-cli, a
+// second copy) write the same file, so synchronize() writes only the keys changed here over
+// what the file holds at that moment, and a watched store picks up what others wrote.
 
+#include <QSet>
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
+
+#include <memory>
+
+class QFileSystemWatcher;
 
 namespace tess {
 
@@ -46,6 +53,9 @@ public:
     // initForApplicationID: / initForApplicationID:newApplicationID: — loads the old
     // identifier's file and, with a new identifier, writes the new one's from then on.
     explicit QWPrefs(const QString &applicationID, const QString &newApplicationID = QString());
+    ~QWPrefs();
+    QWPrefs(const QWPrefs &) = delete;
+    QWPrefs &operator=(const QWPrefs &) = delete;
 
     // "$XDG_CONFIG_HOME/tessaline" (default "~/.config/tessaline").
     static QString prefsDirectory();
@@ -64,23 +74,39 @@ public:
 
     // An invalid QVariant (nil) removes the key.
     void setObject(const QVariant &value, const QString &key);
-    void setBool(bool value, const QString &key) { m_prefs.insert(key, value); }
-    void setInteger(qint64 value, const QString &key) { m_prefs.insert(key, QVariant::fromValue(value)); }
-    void setUInt32(quint32 value, const QString &key) { m_prefs.insert(key, QVariant::fromValue(qint64(value))); }
-    void setFloat(float value, const QString &key) { m_prefs.insert(key, value); }
-    void setDouble(double value, const QString &key) { m_prefs.insert(key, value); }
-    void removeObjectForKey(const QString &key) { m_prefs.remove(key); }
+    void setBool(bool value, const QString &key) { store(key, value); }
+    void setInteger(qint64 value, const QString &key) { store(key, QVariant::fromValue(value)); }
+    void setUInt32(quint32 value, const QString &key) { store(key, QVariant::fromValue(qint64(value))); }
+    void setFloat(float value, const QString &key) { store(key, value); }
+    void setDouble(double value, const QString &key) { store(key, value); }
+    void removeObjectForKey(const QString &key);
 
     QString description() const;
     QVariantMap prefsMutableDictionary() const { return m_prefs; }
     QString prefsPath() const { return m_prefsPath; }
 
-    // Replaces the file atomically with the whole dictionary; answers whether that worked.
+    // Replaces the file atomically: what it holds now with the keys set or removed here since
+    // the last synchronize, or the whole dictionary when it was not read from that file (first
+    // start, a carried-over or unreadable file). Answers whether the write worked.
     bool synchronize();
 
+    // From now on, reads the file again whenever another program replaces it; keys changed
+    // here and not yet written keep their values here.
+    void watchForOutsideChanges();
+    // Reads the file again now (what the watcher does); false when it holds no dictionary.
+    bool readOutsideChanges();
+
 private:
+    void store(const QString &key, const QVariant &value);
+    QVariant readFile() const;
+    // `base` with the keys set or removed here since the last synchronize.
+    QVariantMap withChangesOver(QVariantMap base) const;
+
     QString m_prefsPath;
     QVariantMap m_prefs;
+    QSet<QString> m_changed;
+    bool m_writeWhole = true;
+    std::unique_ptr<QFileSystemWatcher> m_watcher;
 };
 
 // The process-wide store, created at start-up.

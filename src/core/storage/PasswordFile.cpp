@@ -544,4 +544,14 @@ void PasswordFile::toggleSavePWInKeychain(bool checked)
     m_passwordInKeychain = true;
 }
 
+QString PasswordFile::packageContaining(const QString &path)
+{
+    for (QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath())); !info.isRoot();
+         info = QFileInfo(info.absolutePath())) {
+        if (info.suffix() == u"qvm" && info.isDir())
+            return info.absoluteFilePath();
+    }
+    return {};
+}
+
 } // namespace tess

@@ -69,6 +69,9 @@ public:
     // new file, as a "Data" file left by another program is). False if the directory exists
     // or cannot be made and written.
     static bool createPackage(const QString &packagePath, const QString &password);
+    // The password file package at `path` or around it (a file or folder inside a package
+    // belongs to it): the innermost folder ending in ".qvm", or empty when there is none.
+    static QString packageContaining(const QString &path);
 
     // How opening uses the keychain: for the password (as the application does), only to
     // learn whether the file has an item (a password given another way), or not at all.
