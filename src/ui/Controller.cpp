@@ -262,7 +262,7 @@ void Controller::newDocument()
         framis2->setEchoMode(QLineEdit::Password);
         form->addRow(QStringLiteral("Password:"), framis1);
         form->addRow(QStringLiteral("Again:"), framis2);
-        auto *openInstead = new QPushButton(QStringLiteral("Open Existing File…"));
+        auto *openInstead = new QPushButton(QStringLiteral("&Open Existing File…"));
         openInstead->setObjectName(QStringLiteral("openExistingButton"));
         openInstead->setAutoDefault(false);
         bool wantsOpen = false;
