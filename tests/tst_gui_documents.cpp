@@ -368,8 +368,14 @@ private Q_SLOTS:
         QVERIFY(activate(one));
         QTest::keyClick(one, Qt::Key_W, Qt::ControlModifier);
         QTRY_COMPARE(m_controller->documents().size(), 1);
+        // The close button of the title bar the window manager draws, at the frame's top right.
         QVERIFY(activate(two));
-        QCOMPARE(QProcess::execute("xdotool", {"key", "alt+F4"}), 0); // the window manager's close
+        const QRect frame = two->frameGeometry();
+        QVERIFY(frame.top() < two->geometry().top()); // decorated
+        const QPoint closeButton(frame.right() - 9, frame.top() + (two->geometry().top() - frame.top()) / 2);
+        QCOMPARE(QProcess::execute("xdotool", {"mousemove", QString::number(closeButton.x()), QString::number(closeButton.y()),
+                                               "click", "1"}),
+                 0);
         QTRY_VERIFY(m_controller->documents().isEmpty());
         m_controller->applicationWillTerminate();
         QCOMPARE(lastFilesOnDisk(), QVariantList{pkg("Two.qvm")});
