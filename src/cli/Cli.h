@@ -5,6 +5,12 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <functional>
+
+namespace tess {
+class PasswordFile;
+}
+
 namespace tess::cli {
 
 enum ExitCode {
@@ -13,6 +19,8 @@ enum ExitCode {
     ExitCannotOpen = 2,
     ExitCannotWrite = 3,
     ExitNoSuchEntry = 4,
+    ExitLoginFailed = 5, // a keystroke could not be sent, the browser did not start, cancelled
+    ExitNoX11 = 6,
 };
 
 // Writes "tessaline-cli: <message>" to standard error.
@@ -30,5 +38,14 @@ bool takeOption(QStringList &args, const QString &name, QString *value, bool *mi
 
 int runPrefs(QStringList args);
 int runFileCommand(const QString &command, const QStringList &args);
+// login and type: need a QGuiApplication on X11 (main makes one for them).
+int runLoginCommand(const QString &command, const QStringList &args);
+bool isLoginCommand(const QString &command);
+
+// Opens the password file with the file-password options of the file commands
+// (--password-stdin, --no-keychain) and runs body on the open file's entry list; answers the
+// opening's exit code when it fails, else body's.
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain,
+                 const std::function<int(PasswordFile &)> &body);
 
 } // namespace tess::cli

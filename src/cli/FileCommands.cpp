@@ -591,4 +591,17 @@ int runFileCommand(const QString &command, const QStringList &args)
     return ExitUsage;
 }
 
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, const std::function<int(PasswordFile &)> &body)
+{
+    Options o;
+    o.passwordStdin = passwordStdin;
+    o.noKeychain = noKeychain;
+    Session session(packagePath(path), o);
+    if (int rc = session.open(false))
+        return rc;
+    const int rc = body(session.file());
+    session.reportMessages();
+    return rc;
+}
+
 } // namespace tess::cli

@@ -3,6 +3,11 @@
 #include "Cli.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
+
+#include <memory>
+
+#include <xcb/xcb.h>
 
 namespace {
 
@@ -24,6 +29,14 @@ Password files (FILE.qvm is the package folder):
                                  password contain TEXT, ignoring case
   passwd FILE.qvm                change the file password
   keychain FILE.qvm on|off       keep the file password in the keyring, or not
+
+Logging in (need an X11 session; the settings "browserPageLoadDelay" and "typeSpeed" apply):
+  login FILE.qvm NAME            open the entry's website in its browser and, if the entry
+                                 logs in automatically, type its login there
+  type FILE.qvm NAME userid|password
+                                 type into the focused window as the user-ID or password
+                                 hot key would; returns when the last key has been sent (after
+                                 a paste, once the target has read the clipboard, at most 10 s)
 
   The file password: with --password-stdin, the first line of standard input (passwd: the
   current password, then the new one; create: the new one). Otherwise the keyring item the
@@ -47,14 +60,39 @@ Settings (the same store the Tessaline application uses):
 
 Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success; 1 usage
 (or an absent setting); 2 the file cannot be opened (not a password file, wrong password,
-damaged); 3 the file cannot be written (read-only, disk full); 4 no such entry.
+damaged); 3 the file cannot be written (read-only, disk full); 4 no such entry; 5 the login
+could not be completed (a browser that does not start, a key that could not be sent,
+interrupted); 6 no X11 session.
 )";
+
+} // namespace
+
+namespace {
+
+// Whether an X server is there to type into; Qt would abort without one.
+bool x11Reachable()
+{
+    if (qEnvironmentVariableIsEmpty("DISPLAY"))
+        return false;
+    xcb_connection_t *c = xcb_connect(nullptr, nullptr);
+    const bool ok = !xcb_connection_has_error(c);
+    xcb_disconnect(c);
+    return ok;
+}
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
+    // Logging in types through the X server and serves the clipboard: a GUI application on X11.
+    std::unique_ptr<QCoreApplication> application;
+    if (argc > 1 && tess::cli::isLoginCommand(QString::fromLocal8Bit(argv[1])) && x11Reachable()) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        application = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        application = std::make_unique<QCoreApplication>(argc, argv);
+    }
+    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
     QStringList args = app.arguments().mid(1);
     if (args.isEmpty() || args[0] == u"--help" || args[0] == u"-h" || args[0] == u"help") {
@@ -64,6 +102,8 @@ int main(int argc, char **argv)
     const QString command = args.takeFirst();
     if (command == u"prefs")
         return tess::cli::runPrefs(args);
+    if (tess::cli::isLoginCommand(command))
+        return tess::cli::runLoginCommand(command, args);
     static const QStringList fileCommands = {"create", "ls", "show", "add", "edit", "rm", "find", "passwd", "keychain"};
     if (fileCommands.contains(command))
         return tess::cli::runFileCommand(command, args);
