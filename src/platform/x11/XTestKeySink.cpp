@@ -271,6 +271,12 @@ qint64 XTestKeySink::readyFor(const QString &upcoming)
     return bind(missingKeysyms(upcoming));
 }
 
+int XTestKeySink::spareKeycodeCount()
+{
+    findSpareKeycodes();
+    return int(m_spare.size());
+}
+
 bool XTestKeySink::findSpareKeycodes()
 {
     if (!m_spare.isEmpty())
