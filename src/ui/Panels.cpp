@@ -56,11 +56,12 @@ void placeDocumentWindow(QWidget *window, const QWidget *previous)
     const QRect available = availableGeometryFor(previous ? previous : window);
     if (available.isEmpty())
         return;
-    window->ensurePolished();
-    const QSize size = window->size().boundedTo(available.size());
-    window->resize(size);
     // The title bar and borders are not known before the first showing: leave room for them.
-    const QSize frame = size + QSize(8, 32);
+    const QSize decoration(8, 32);
+    window->ensurePolished();
+    const QSize size = window->size().boundedTo(available.size() - decoration);
+    window->resize(size);
+    const QSize frame = size + decoration;
     window->move(documentWindowPosition(frame, available, previous ? previous->frameGeometry() : QRect()));
 }
 
