@@ -408,7 +408,7 @@ private Q_SLOTS:
             mask = d->callout->mask();
             // Above the body beside the arrow, where the window below shows through, once
             // the server has drawn it all.
-            const QPoint at = d->callout->mapToGlobal(QPoint(d->callout->width() / 2 + 40, 1));
+            const QPoint at = d->callout->geometry().topLeft() + QPoint(d->callout->width() / 2 + 40, 1);
             for (int i = 0; i < 50 && !cornerShowsTheWindowBelow; ++i) {
                 QTest::qWait(50);
                 const QImage corner = d->screen()->grabWindow(0, at.x(), at.y(), 3, 3).toImage();
