@@ -198,6 +198,10 @@ QList<QPair<QString, QByteArray>> damagedEntryArchives()
         out.append({"list holding itself", b.finish(list)});
     }
     out.append({"not an archive", QByteArray("bplist00 and then nothing of the kind")});
+    // Found by fuzzing: a reader that does not look at the header's last byte decodes this.
+    QByteArray otherHeader = encodeKeyedArchive(entry);
+    otherHeader[7] = '\xb0';
+    out.append({"dictionary under another header", otherHeader});
     return out;
 }
 

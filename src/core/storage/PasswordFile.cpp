@@ -302,7 +302,8 @@ bool PasswordFile::decryptDataAtPath(const QString &path)
     // Into memory: the plaintext never touches the disk.
     Decrypted d = decryptArchive(path, !m_pre20File);
     m_damage.clear();
-    if (d.keyFits && !isEntryList(d.value)) {
+    // Anything that decodes was decrypted with the right key, whatever its first bytes say.
+    if (d.value.isValid() ? !isEntryList(d.value) : d.keyFits) {
         m_damage = d.value.isValid() ? QStringLiteral("not a list of entries") : d.why;
         d.value.clear();
     }
