@@ -6,6 +6,7 @@
 #include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/linux/SecretServiceKeychain.h"
+#include "support/ArchiveSupport.h"
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "support/TestSupport.h"
@@ -195,6 +196,28 @@ private Q_SLOTS:
         QByteArray stored;
         QCOMPARE(m_keychain.find("ByPrompt", "Tessaline", &stored), 0);
         m_keychain.remove("ByPrompt", "Tessaline");
+    }
+
+    void aFileWhoseEntryListIsDamagedIsShownAsUnreadableAndLeftAlone()
+    {
+        const QString path = pkg("Damaged.qvm");
+        QVERIFY(makePackage(path, "pw", {}, {"Bank"}));
+        QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(damagedEntryArchives().first().second, "pw", false)));
+        const QByteArray before = packageDigest(path);
+        ModalResponder r;
+        QString told;
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<PromptPanel *>(w);
+            QVERIFY(p);
+            told = p->promptMessage->text();
+            p->promptDefaultButton->click();
+        });
+        m_controller->openFile(path);
+        QTRY_VERIFY(r.done());
+        QCOMPARE(told, PasswordFile::kNotAPasswordFile);
+        QTRY_VERIFY(!m_controller->documentForPath(path));
+        QCOMPARE(packageDigest(path), before);
     }
 
     void addingRenamingDuplicatingDeleting()

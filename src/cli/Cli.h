@@ -27,8 +27,13 @@ enum ExitCode {
 void error(const QString &message);
 void out(const QString &text);
 
-// A value as JSON text (strings quoted), for listings.
+// A value as JSON text, for listings and scripts (the types as --help gives them).
 QString jsonText(const QVariant &value);
+// A dictionary as an indented JSON object, one key a line, sorted by key.
+QString jsonObjectText(const QVariantMap &map);
+
+// The file password for a new file, or a new one for a file, cannot be empty.
+extern const QString kEmptyFilePassword;
 
 // Removes "--name" from args; answers whether it was there.
 bool takeFlag(QStringList &args, const QString &name);

@@ -374,6 +374,7 @@ void MyDocument::openDatabase()
     case PasswordFile::OpenResult::NotAPasswordFile:
     case PasswordFile::OpenResult::NoScratchDirectory:
     case PasswordFile::OpenResult::Cancelled:
+    case PasswordFile::OpenResult::Damaged:
         m_closing = true;
         close();
         return;

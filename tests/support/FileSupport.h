@@ -47,6 +47,9 @@ QByteArray readBytes(const QString &path); // empty when it cannot be read
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,
                  const QStringList &titles = {});
 
+// A digest of everything a package holds: every name below it and every file's bytes.
+QByteArray packageDigest(const QString &path);
+
 // The scratch directories in the home folder (".QVM.*").
 QStringList scratchDirectories();
 
