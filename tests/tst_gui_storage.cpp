@@ -42,16 +42,6 @@ EntryList bankList()
                      Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
 }
 
-EntryList listOnDisk(const QString &path, const QString &password = "pw")
-{
-    ScriptedDelegate d;
-    d.passwords = {password};
-    PasswordFile file(path, nullptr, &d);
-    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return {};
-    return file.passwordArray();
-}
-
 // Go To URL opens the address in a stand-in for the browser that notes it down in
 // $HOME/opened (the test session has no browser, and a real one would outlive the test).
 // Answers the script, for $BROWSER; the desktop's own settings for it go into `home`.

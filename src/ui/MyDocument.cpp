@@ -313,6 +313,8 @@ void MyDocument::openDatabase()
     m_opened = true;
     const bool writable = m_file.PWFileWriteable();
     readOnlyIcon->setVisible(!writable);
+    if (!writable)
+        pwDataCalloutView->disableUI();
     addButton->setVisible(writable);
     deleteButton->setVisible(writable);
     duplicateButton->setVisible(writable);
@@ -571,6 +573,7 @@ void MyDocument::finishRunCallout(int row, bool creating)
         return;
     pwDataCalloutView->notesText->moveCursor(QTextCursor::Start);
     pwDataCalloutView->nameText->setFocus();
+    pwDataCalloutView->nameText->selectAll();
     const int code = callout->runModal();
     pwDataCalloutView->hide();
     pwDataCalloutView->setParent(this);
