@@ -77,12 +77,10 @@ MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *
 MyDocument::~MyDocument()
 {
     // The current entry can be this window's while no window is main (after a re-lock).
-    if (gWebsiteItem == &m_selectedEntry || gWebsiteItem == &pwDataCalloutView->editedEntry())
-        gWebsiteItem = nullptr;
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -400,7 +398,7 @@ void MyDocument::reloadTable()
     // The list may have been read again or merged: a single selected entry stays selected
     // (and current) wherever it is now, rather than whatever took its row.
     const QList<int> rows = passwordTable->selectedRows();
-    const QString selected = rows.size() == 1 ? m_selectedEntry.value(EntryKey::Path).toString() : QString();
+    const QString selected = rows.size() == 1 ? m_selectedName : QString();
     passwordTable->reloadData();
     if (!selected.isNull()) {
         const qsizetype row = entryWithName(m_file.passwordArray(), selected);
@@ -442,11 +440,12 @@ void MyDocument::selectionDidChange()
     const bool one = rows.size() == 1;
     duplicateButton->setEnabled(writable && one);
     if (one && !callout) {
-        m_selectedEntry = m_file.passwordArray().value(rows.first()).toMap();
+        m_selectedName = entryName(m_file.passwordArray().value(rows.first()));
         if (gWebsiteDocument == this || !gWebsiteDocument)
-            gWebsiteItem = &m_selectedEntry;
-    } else if (!callout && gWebsiteItem == &m_selectedEntry) {
-        gWebsiteItem = nullptr;
+            gWebsiteItem.setListEntry(this, m_selectedName);
+    } else if (!callout) {
+        m_selectedName.clear();
+        gWebsiteItem.forget(this);
     }
     notFoundMessage->hide();
     validateMenuItems();
@@ -550,7 +549,7 @@ void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
     pwDataCalloutView->load(entry, entryNames);
     gWebsiteDocument = this;
     gWPM = m_wpm;
-    gWebsiteItem = &pwDataCalloutView->editedEntry();
+    gWebsiteItem.setEditedEntry(this, &pwDataCalloutView->editedEntry());
     setEnabledForCalloutSaveChanges();
     passwordTable->selectRowAlone(row);
     passwordTable->scrollTo(passwordTable->model()->index(row, 0));
@@ -715,10 +714,11 @@ void MyDocument::setPromptForPassword()
 {
     passwordTimer.stop();
     m_promptForPassword = true;
+    // A locked document's entry is typed by no hot key.
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -755,11 +755,11 @@ void MyDocument::closeEvent(QCloseEvent *event)
     updateTimer.stop();
     passwordTimer.stop();
     m_file.close();
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, {});
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
     m_opened = false;
     Q_EMIT closed(this);

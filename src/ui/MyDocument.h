@@ -121,7 +121,8 @@ private:
     bool m_isMain = false;
     bool m_promptForPassword = false;
     int m_promptForPasswordOption = 0;
-    Entry m_selectedEntry;
+    // The name of the single selected entry, for following it when the list is replaced.
+    QString m_selectedName;
 };
 
 } // namespace tess
