@@ -49,6 +49,8 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
 
 // A digest of everything a package holds: every name below it and every file's bytes.
 QByteArray packageDigest(const QString &path);
+// The entry list in the package as another program would read it now; empty if it cannot.
+QVariantList listOnDisk(const QString &path, const QString &password = QStringLiteral("pw"));
 
 // The scratch directories in the home folder (".QVM.*").
 QStringList scratchDirectories();
