@@ -11,6 +11,7 @@
 #include "support/TestSupport.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -243,11 +244,11 @@ private Q_SLOTS:
         const QString name = "Bank " + m;
         ModalResponder editor;
         editor.then([&](QWidget *) {
-            doc->nameText->setText(name);
-            doc->urlText->setText("https://bank.example/login");
-            doc->passwordText->setText(m + "-password");
-            doc->notesText->setPlainText(m + "-notes");
-            doc->okButton->click();
+            doc->pwDataCalloutView->nameText->setText(name);
+            doc->pwDataCalloutView->urlText->setText("https://bank.example/login");
+            doc->pwDataCalloutView->passwordText->setText(m + "-password");
+            doc->pwDataCalloutView->notesText->setPlainText(m + "-notes");
+            doc->pwDataCalloutView->okButton->click();
         });
         doc->addButton->click();
         QTRY_VERIFY(editor.done());

@@ -19,6 +19,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QTreeView>
+#include <QProcess>
 #include <QTest>
 
 namespace tess::testsupport {
@@ -132,6 +133,39 @@ void selectByName(MyDocument *doc, const QString &name)
     doc->passwordTable->selectRowAlone(int(entryWithName(doc->file().passwordArray(), name)));
 }
 
+namespace {
+void xdotool(const QStringList &args)
+{
+    QProcess p;
+    p.start(QStringLiteral("xdotool"), args);
+    // Keep handling events meanwhile: the keys go to our own windows.
+    QTRY_VERIFY2(p.state() == QProcess::NotRunning, "xdotool did not end");
+    QCOMPARE(p.exitCode(), 0);
+    QTest::qWait(150);
+}
+} // namespace
+
+void pressKeys(const QStringList &keys)
+{
+    xdotool(QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("40")} + keys);
+}
+
+void typeText(const QString &text)
+{
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("40"), text});
+}
+
+void moveMouse(const QPoint &global)
+{
+    xdotool({QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())});
+}
+
+void clickMouse(const QPoint &global)
+{
+    xdotool({QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y()), QStringLiteral("click"),
+             QStringLiteral("1")});
+}
+
 void typePassword(QWidget *w, const QString &password, QString *promptSeen)
 {
     auto *panel = qobject_cast<PasswordPanel *>(w);
@@ -188,14 +222,5 @@ QVariantList bankList()
                      Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
 }
 
-QVariantList listOnDisk(const QString &path, const QString &password)
-{
-    ScriptedDelegate d;
-    d.passwords = {password};
-    PasswordFile file(path, nullptr, &d);
-    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return {};
-    return file.passwordArray();
-}
 
 } // namespace tess::testsupport
