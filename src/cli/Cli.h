@@ -50,7 +50,9 @@ bool isLoginCommand(const QString &command);
 // Opens the password file with the file-password options of the file commands
 // (--password-stdin, --no-keychain) and runs body on the open file's entry list; answers the
 // opening's exit code when it fails, else body's.
-int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain,
+// With writes, opening does what it leaves to the first save otherwise (a login records the
+// visit); without, nothing is written.
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, bool writes,
                  const std::function<int(PasswordFile &)> &body);
 
 } // namespace tess::cli

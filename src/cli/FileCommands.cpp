@@ -633,13 +633,15 @@ int runFileCommand(const QString &command, const QStringList &args)
     return ExitUsage;
 }
 
-int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, const std::function<int(PasswordFile &)> &body)
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, bool writes,
+                 const std::function<int(PasswordFile &)> &body)
 {
     Options o;
     o.passwordStdin = passwordStdin;
     o.noKeychain = noKeychain;
     Session session(packagePath(path), o);
-    if (int rc = session.open(false))
+    // A login records the visit, so it opens as the application does; typing only reads.
+    if (int rc = session.open(false, writes ? PasswordFile::Writes::AtOpening : PasswordFile::Writes::AtFirstSave))
         return rc;
     const int rc = body(session.file());
     session.reportMessages();
