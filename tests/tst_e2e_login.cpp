@@ -168,7 +168,8 @@ private Q_SLOTS:
 
     void moreUnusualCharactersThanSpareKeys()
     {
-        setPref("browserPageLoadDelay", "2");
+        // Enough for a loaded machine: keys sent before the page has its focus are lost.
+        setPref("browserPageLoadDelay", "4");
         const CliRun run = cli({"login", m_file, "Many"});
         QVERIFY2(run.code == 0, run.err.constData());
         const auto forms = posted(1);
