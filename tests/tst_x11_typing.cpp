@@ -310,6 +310,8 @@ private Q_SLOTS:
         QVERIFY(!anyKeyDown());
         QVERIFY(capsLocked());
         QCOMPARE(keymapBytes(), before);
+        // Keys sent before the cancel may still be on their way through the server.
+        QTest::qWait(200);
         const int typed = int(m_first->text().size());
         QTest::qWait(300);
         QCOMPARE(int(m_first->text().size()), typed);
