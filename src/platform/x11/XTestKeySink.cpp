@@ -212,7 +212,7 @@ void XTestKeySink::tapCapsLock()
     fake(m_modifierKeycodes[kLock].front(), false);
 }
 
-QList<quint32> XTestKeySink::missingKeysyms(const QString &text) const
+QList<quint32> XTestKeySink::missingKeysyms(QStringView text) const
 {
     QList<quint32> missing;
     for (qsizetype i = 0; i < text.size(); ++i) {
@@ -227,7 +227,7 @@ QList<quint32> XTestKeySink::missingKeysyms(const QString &text) const
     return missing;
 }
 
-qint64 XTestKeySink::prepare(const QString &characters)
+qint64 XTestKeySink::prepare(QStringView characters)
 {
     m_failure.clear();
     m_restoreTimer.stop();
@@ -256,7 +256,7 @@ qint64 XTestKeySink::prepare(const QString &characters)
     return bind(missing);
 }
 
-qint64 XTestKeySink::readyFor(const QString &upcoming)
+qint64 XTestKeySink::readyFor(QStringView upcoming)
 {
     if (upcoming.isEmpty() || QChar::isLowSurrogate(upcoming.at(0).unicode()))
         return 0; // the character goes out whole with its first half
