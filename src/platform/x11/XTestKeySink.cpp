@@ -144,6 +144,8 @@ void XTestKeySink::fake(quint8 keycode, bool press)
         m_pressed.insert(keycode);
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
+        if (m_boundSym.contains(keycode))
+            m_lastUseDoneMicros.insert(keycode, m_receiverDoneMicros);
     } else {
         m_pressed.remove(keycode);
     }
@@ -212,10 +214,10 @@ void XTestKeySink::tapCapsLock()
     fake(m_modifierKeycodes[kLock].front(), false);
 }
 
-QList<quint32> XTestKeySink::missingKeysyms(QStringView text) const
+QList<quint32> XTestKeySink::missingKeysyms(QStringView text, qsizetype limit) const
 {
     QList<quint32> missing;
-    for (qsizetype i = 0; i < text.size(); ++i) {
+    for (qsizetype i = 0; i < text.size() && missing.size() < limit; ++i) {
         char32_t cp = text.at(i).unicode();
         if (QChar::isHighSurrogate(cp) && i + 1 < text.size())
             cp = QChar::surrogateToUcs4(text.at(i), text.at(i + 1)), ++i;
@@ -243,7 +245,7 @@ qint64 XTestKeySink::prepare(QStringView characters)
     m_inStep = true;
     if (m_capsAtStart)
         tapCapsLock();
-    const QList<quint32> missing = missingKeysyms(characters);
+    const QList<quint32> missing = missingKeysyms(characters, 1);
     xcb_flush(m_c);
     if (missing.isEmpty())
         return 0;
@@ -253,7 +255,7 @@ qint64 XTestKeySink::prepare(QStringView characters)
                             .arg(QString::fromUcs4(&cp, 1));
         return -1;
     }
-    return bind(missing);
+    return bind(missingKeysyms(characters, m_spare.size()));
 }
 
 qint64 XTestKeySink::readyFor(QStringView upcoming)
@@ -268,7 +270,7 @@ qint64 XTestKeySink::readyFor(QStringView upcoming)
     if (sym == kNoSymbol || lookup(sym, &p))
         return 0;
     // The next batch, starting with this character.
-    return bind(missingKeysyms(upcoming));
+    return bind(missingKeysyms(upcoming, m_spare.size()));
 }
 
 int XTestKeySink::spareKeycodeCount()
@@ -311,28 +313,29 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
         else if (!batch.contains(*it))
             stale.append(kc);
     }
+    // Those the receiver has handled longest ago first: they are the first safe to rebind.
+    std::stable_sort(stale.begin(), stale.end(), [this](quint8 a, quint8 b) {
+        return m_lastUseDoneMicros.value(a) < m_lastUseDoneMicros.value(b);
+    });
     free += stale;
     QHash<quint8, quint32> wanted = m_boundSym;
-    bool rebinds = false;
+    qint64 rebindSafeMicros = 0;
     for (quint32 sym : batch) {
         if (m_bound.contains(sym))
             continue;
         const quint8 kc = free.takeFirst();
         if (wanted.contains(kc)) {
             wanted.remove(kc);
-            rebinds = true;
+            rebindSafeMicros = std::max(rebindSafeMicros, m_lastUseDoneMicros.value(kc) + kReceiverMarginMicros);
         }
         wanted.insert(kc, sym);
     }
     if (wanted == m_boundSym)
         return 0;
-    // A receiver that has not yet handled the notice of the current binding would read the new
-    // one for keys sent under the old: wait until it has caught up.
-    if (rebinds) {
-        const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
-        if (safe > 0)
-            return safe;
-    }
+    // A receiver that has not yet handled a key sent under a keycode's current binding would
+    // read the new one for it: wait until it has caught up with the keycodes rebound.
+    if (const qint64 safe = rebindSafeMicros - nowMicros(); safe > 0)
+        return safe;
     if (!writeMapping(wanted))
         return -1;
     return kSettleMicros;

@@ -69,8 +69,8 @@ private:
     void typeCodePoint(char32_t cp);
     static quint32 keysymForCodePoint(char32_t cp);
     // The keysyms of the text's characters that no key of the layout has (bound by us or not),
-    // in order, once each.
-    QList<quint32> missingKeysyms(QStringView text) const;
+    // in order, once each, the first `limit` of them (a batch: the text may be long).
+    QList<quint32> missingKeysyms(QStringView text, qsizetype limit) const;
     // Binds the first of these keysyms to spare keycodes; answers the settle time, 0 when all
     // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
     qint64 bind(const QList<quint32> &keysyms);
@@ -98,6 +98,9 @@ private:
     QElapsedTimer m_clock;
     // When the receiver should have handled every key sent so far, at its slowest.
     qint64 m_receiverDoneMicros = 0;
+    // Per spare keycode: when the receiver should have handled its last press. Rebinding a
+    // keycode waits for that alone, so the receiver keeps its queue of other keys meanwhile.
+    QHash<quint8, qint64> m_lastUseDoneMicros;
     QTimer m_restoreTimer;
 };
 
