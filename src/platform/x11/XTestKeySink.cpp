@@ -144,8 +144,6 @@ void XTestKeySink::fake(quint8 keycode, bool press)
         m_pressed.insert(keycode);
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
-        if (m_boundSym.contains(keycode))
-            m_lastUseDoneMicros.insert(keycode, m_receiverDoneMicros);
     } else {
         m_pressed.remove(keycode);
     }
@@ -313,29 +311,30 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
         else if (!batch.contains(*it))
             stale.append(kc);
     }
-    // Those the receiver has handled longest ago first: they are the first safe to rebind.
-    std::stable_sort(stale.begin(), stale.end(), [this](quint8 a, quint8 b) {
-        return m_lastUseDoneMicros.value(a) < m_lastUseDoneMicros.value(b);
-    });
     free += stale;
     QHash<quint8, quint32> wanted = m_boundSym;
-    qint64 rebindSafeMicros = 0;
+    bool rebinds = false;
     for (quint32 sym : batch) {
         if (m_bound.contains(sym))
             continue;
         const quint8 kc = free.takeFirst();
         if (wanted.contains(kc)) {
             wanted.remove(kc);
-            rebindSafeMicros = std::max(rebindSafeMicros, m_lastUseDoneMicros.value(kc) + kReceiverMarginMicros);
+            rebinds = true;
         }
         wanted.insert(kc, sym);
     }
     if (wanted == m_boundSym)
         return 0;
-    // A receiver that has not yet handled a key sent under a keycode's current binding would
-    // read the new one for it: wait until it has caught up with the keycodes rebound.
-    if (const qint64 safe = rebindSafeMicros - nowMicros(); safe > 0)
-        return safe;
+    // A receiver that has not yet handled the notice of the current binding would read the new
+    // one for keys sent under the old: wait until it has caught up. (Waiting only for the last
+    // press of each keycode rebound lets a receiver slower than our estimate fall ever further
+    // behind; draining it at every rebinding keeps the estimate's error from piling up.)
+    if (rebinds) {
+        const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
+        if (safe > 0)
+            return safe;
+    }
     if (!writeMapping(wanted))
         return -1;
     return kSettleMicros;

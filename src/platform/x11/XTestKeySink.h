@@ -98,9 +98,6 @@ private:
     QElapsedTimer m_clock;
     // When the receiver should have handled every key sent so far, at its slowest.
     qint64 m_receiverDoneMicros = 0;
-    // Per spare keycode: when the receiver should have handled its last press. Rebinding a
-    // keycode waits for that alone, so the receiver keeps its queue of other keys meanwhile.
-    QHash<quint8, qint64> m_lastUseDoneMicros;
     QTimer m_restoreTimer;
 };
 
