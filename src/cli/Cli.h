@@ -27,8 +27,13 @@ enum ExitCode {
 void error(const QString &message);
 void out(const QString &text);
 
-// A value as JSON text (strings quoted), for listings.
+// A value as JSON text, for listings and scripts (the types as --help gives them).
 QString jsonText(const QVariant &value);
+// A dictionary as an indented JSON object, one key a line, sorted by key.
+QString jsonObjectText(const QVariantMap &map);
+
+// The file password for a new file, or a new one for a file, cannot be empty.
+extern const QString kEmptyFilePassword;
 
 // Removes "--name" from args; answers whether it was there.
 bool takeFlag(QStringList &args, const QString &name);
@@ -45,7 +50,9 @@ bool isLoginCommand(const QString &command);
 // Opens the password file with the file-password options of the file commands
 // (--password-stdin, --no-keychain) and runs body on the open file's entry list; answers the
 // opening's exit code when it fails, else body's.
-int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain,
+// With writes, opening does what it leaves to the first save otherwise (a login records the
+// visit); without, nothing is written.
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, bool writes,
                  const std::function<int(PasswordFile &)> &body);
 
 } // namespace tess::cli

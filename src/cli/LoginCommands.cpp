@@ -182,7 +182,7 @@ int runLoginCommand(const QString &command, const QStringList &args)
     }
     QWPrefs prefs(QWPrefs::applicationIDToLoad(), kApplicationID);
     gPrefs = &prefs;
-    const int rc = withOpenFile(rest[0], passwordStdin, noKeychain, [&](PasswordFile &file) {
+    const int rc = withOpenFile(rest[0], passwordStdin, noKeychain, login, [&](PasswordFile &file) {
         const qsizetype row = entryWithName(file.passwordArray(), rest[1]);
         if (row < 0) {
             error(QStringLiteral("no entry named \"%1\"").arg(rest[1]));

@@ -2,6 +2,8 @@
 
 #include "Cli.h"
 
+#include "core/archive/Utf8.h"
+
 #include <QCoreApplication>
 #include <QGuiApplication>
 
@@ -30,6 +32,11 @@ Password files (FILE.qvm is the package folder):
   passwd FILE.qvm                change the file password
   keychain FILE.qvm on|off       keep the file password in the keyring, or not
 
+  ls, show and find only read: they leave every byte of the package as it is. The commands
+  that change the file also bring a pre-2.0 file to the current format and merge the copies
+  a synchronisation service left, in the same save. Options and operands may come in any
+  order; "--" ends the options (rm FILE.qvm -- --json removes the entry named "--json").
+
 Logging in (need an X11 session; the settings "browserPageLoadDelay" and "typeSpeed" apply):
   login FILE.qvm NAME            open the entry's website in its browser and, if the entry
                                  logs in automatically, type its login there
@@ -39,14 +46,30 @@ Logging in (need an X11 session; the settings "browserPageLoadDelay" and "typeSp
                                  a paste, once the target has read the clipboard, at most 10 s)
 
   The file password: with --password-stdin, the first line of standard input (passwd: the
-  current password, then the new one; create: the new one). Otherwise the keyring item the
-  application uses, then a prompt on the terminal (twice for a new password).
-  --no-keychain skips the keyring.
+  current password, then the new one; create: the new one). A line ends at "\n"; a "\r"
+  just before it belongs to the line end, as in files from Windows, so a password read this
+  way cannot end in "\r". Every other character is kept, a leading U+FEFF too. Otherwise
+  the keyring item the application uses, then a prompt on the terminal (twice for a new
+  password). --no-keychain skips the keyring. A file password cannot be empty.
 
   The entry's password: --password-prompt is the safe way. It asks on the terminal without
   echo (twice), or with --password-stdin reads the line after the file password.
   --password P puts the password on the command line, where every user of the machine can
   read it (ps, /proc) and where your shell's history keeps it.
+
+JSON (--json): ls and find print an array of entry names (strings). show prints an object
+  of the entry's keys, sorted, with each value as its kind in the file:
+    text                 a string
+    integer              a number without a decimal point, exact to 64 bits (unsigned
+                         values up to 18446744073709551615, negative ones down to -2^63)
+    real (double/float)  a number that always has a decimal point or an exponent (2.0,
+                         -0.0, 1e+300), the shortest that reads back as the same value; the
+                         non-finite ones as the strings "NaN", "Infinity" and "-Infinity"
+    boolean              true or false
+    data                 {"data": "BASE64"}
+    list, dictionary     an array, an object of these values
+    anything else        {"archived": "CLASS"}: kept in the file exactly as it is
+  Without --json, show prints "KEY = VALUE" lines with the values in the same notation.
 
 Settings (the same store the Tessaline application uses):
   prefs [--json]                 list every setting, sorted by key, one "key = value" line
@@ -94,7 +117,10 @@ int main(int argc, char **argv)
     }
     QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
-    QStringList args = app.arguments().mid(1);
+    // Decoded here rather than by QCoreApplication, which drops a leading U+FEFF of each.
+    QStringList args;
+    for (int i = 1; i < argc; ++i)
+        args.append(tess::utf8Exactly(argv[i]));
     if (args.isEmpty() || args[0] == u"--help" || args[0] == u"-h" || args[0] == u"help") {
         std::fputs(kHelp, args.isEmpty() ? stderr : stdout);
         return args.isEmpty() ? tess::cli::ExitUsage : tess::cli::ExitOK;

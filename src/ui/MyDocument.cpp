@@ -6,6 +6,7 @@
 #include "core/entries/Search.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
 #include "ui/Globals.h"
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
@@ -15,9 +16,9 @@
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QFileInfo>
-#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QIconEngine>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -25,6 +26,7 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStyle>
 #include <QToolButton>
 #include <QUrl>
@@ -37,19 +39,32 @@ namespace {
 const QString kPWItems = QStringLiteral("PW Items");
 const QString kDBPath = QStringLiteral("DB Path");
 
+// The go-to-URL globe, drawn for the size and pixel ratio it is shown at, so that it stays
+// sharp on HiDPI screens.
+class GlobeIconEngine : public QIconEngine {
+public:
+    void paint(QPainter *p, const QRect &rect, QIcon::Mode, QIcon::State) override
+    {
+        p->save();
+        p->setRenderHint(QPainter::Antialiasing);
+        p->translate(rect.topLeft());
+        p->scale(rect.width() / 16.0, rect.height() / 16.0);
+        p->setPen(QPen(QColor(0x1f, 0x6f, 0xd0), 1.5));
+        p->setBrush(Qt::NoBrush);
+        p->drawEllipse(QRectF(1.5, 1.5, 13, 13));
+        p->drawLine(QPointF(1.5, 8), QPointF(14.5, 8));
+        p->drawEllipse(QRectF(5, 1.5, 6, 13));
+        p->restore();
+    }
+    QIconEngine *clone() const override { return new GlobeIconEngine; }
+};
+
 QIcon websiteIcon(bool enabled)
 {
     if (!enabled)
         return QIcon(); // "blank"
-    QPixmap pm(16, 16);
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor(0x1f, 0x6f, 0xd0), 1.5));
-    p.drawEllipse(QRectF(1.5, 1.5, 13, 13));
-    p.drawLine(QPointF(1.5, 8), QPointF(14.5, 8));
-    p.drawEllipse(QRectF(5, 1.5, 6, 13));
-    return QIcon(pm);
+    static const QIcon globe(new GlobeIconEngine);
+    return globe;
 }
 
 } // namespace
@@ -77,12 +92,10 @@ MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *
 MyDocument::~MyDocument()
 {
     // The current entry can be this window's while no window is main (after a re-lock).
-    if (gWebsiteItem == &m_selectedEntry || gWebsiteItem == &m_editedEntry)
-        gWebsiteItem = nullptr;
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -107,6 +120,10 @@ void MyDocument::buildWindow()
     searchForwardButton = new QToolButton;
     searchForwardButton->setArrowType(Qt::RightArrow);
     searchForwardButton->setToolTip(QStringLiteral("Find Next"));
+    // The arrows and the field show no words: say what they are to screen readers.
+    searchField->setAccessibleName(QStringLiteral("Search"));
+    searchBackwardButton->setAccessibleName(QStringLiteral("Find Previous"));
+    searchForwardButton->setAccessibleName(QStringLiteral("Find Next"));
 
     auto *top = new QHBoxLayout;
     top->addWidget(addButton);
@@ -123,6 +140,8 @@ void MyDocument::buildWindow()
     passwordTable->setColumns({{QStringLiteral("NOCHANGE"), QString()}, {QStringLiteral("NOCHANGE"), QStringLiteral("Name")}});
     passwordTable->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Fixed);
     passwordTable->setColumnWidth(0, 28);
+    passwordTable->setColumnAccessibleName(0, QStringLiteral("Go To URL"));
+    passwordTable->setAccessibleName(QStringLiteral("Entries"));
     passwordTable->setAddButton(addButton);
     passwordTable->setDeleteButton(deleteButton);
 
@@ -140,9 +159,15 @@ void MyDocument::buildWindow()
     bottom->addStretch();
     bottom->addWidget(saveMsg);
 
+    lockedMessage = new QLabel(QStringLiteral("Locked. The password is asked for when this window comes to the front."));
+    lockedMessage->setAlignment(Qt::AlignCenter);
+    lockedMessage->setWordWrap(true);
+    lockedMessage->hide();
+
     auto *layout = new QVBoxLayout(central);
     layout->addLayout(top);
     layout->addWidget(passwordTable);
+    layout->addWidget(lockedMessage, 1);
     layout->addLayout(bottom);
     setCentralWidget(central);
     resize(460, 520);
@@ -153,6 +178,13 @@ void MyDocument::buildWindow()
     connect(searchBackwardButton, &QToolButton::clicked, this, [this] { search(false); });
     connect(searchForwardButton, &QToolButton::clicked, this, [this] { search(true); });
     connect(searchField, &QLineEdit::returnPressed, this, [this] { search(true); });
+    // Escape gives up the search: the field is cleared and the keyboard is back in the list.
+    auto *giveUpSearch = new QShortcut(QKeySequence(Qt::Key_Escape), searchField, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(giveUpSearch, &QShortcut::activated, this, [this] {
+        searchField->clear();
+        notFoundMessage->hide();
+        passwordTable->setFocus(Qt::ShortcutFocusReason);
+    });
     // The search controls are live exactly while there is text to look for.
     auto searchTextChanged = [this] {
         const bool any = !searchField->text().isEmpty();
@@ -174,56 +206,14 @@ void MyDocument::buildWindow()
 
 void MyDocument::buildEditor()
 {
-    pwDataCalloutView = new QWidget(this);
+    pwDataCalloutView = new EntryEditor(this);
     pwDataCalloutView->hide();
-    nameText = new QLineEdit;
-    urlText = new QLineEdit;
-    userID1Text = new QLineEdit;
-    userID2Text = new QLineEdit;
-    passwordText = new QLineEdit;
-    notesText = new QPlainTextEdit;
-    notesText->setTabChangesFocus(true);
-    notesText->setMinimumHeight(90);
-    const QList<QPair<QWidget *, const char *>> named = {{nameText, "nameText"}, {urlText, "urlText"}, {userID1Text, "userID1Text"},
-                                                         {userID2Text, "userID2Text"}, {passwordText, "passwordText"},
-                                                         {notesText, "notesText"}};
-    for (const auto &[w, n] : named)
-        w->setObjectName(QLatin1String(n));
-    nameExistsWarning = new QLabel(QStringLiteral("An entry needs a name that no other entry has."));
-    nameExistsWarning->setStyleSheet(QStringLiteral("color: #b00020"));
-    nameExistsWarning->hide();
-    okButton = new QPushButton(QStringLiteral("Save"));
-    okButton->setDefault(true);
-    okButton->setObjectName(QStringLiteral("okButton"));
-    auto *cancelButton = new QPushButton(QStringLiteral("Cancel"));
-    cancelButton->setObjectName(QStringLiteral("cancelButton"));
-
-    auto *form = new QFormLayout;
-    form->addRow(QStringLiteral("&Name:"), nameText);
-    form->addRow(QString(), nameExistsWarning);
-    form->addRow(QStringLiteral("&Website:"), urlText);
-    form->addRow(QStringLiteral("&User ID:"), userID1Text);
-    form->addRow(QStringLiteral("User ID &2:"), userID2Text);
-    form->addRow(QStringLiteral("&Password:"), passwordText);
-    form->addRow(QStringLiteral("N&otes:"), notesText);
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(cancelButton);
-    buttons->addWidget(okButton);
-    auto *layout = new QVBoxLayout(pwDataCalloutView);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addLayout(form);
-    // Room for the login options, which join the editor with the login sequences.
-    layout->addLayout(buttons);
-
-    for (QLineEdit *e : {nameText, urlText, userID1Text, userID2Text, passwordText})
-        connect(e, &QLineEdit::textChanged, this, [this, e] { editorFieldChanged(e); });
-    connect(notesText, &QPlainTextEdit::textChanged, this, [this] { editorFieldChanged(notesText); });
-    connect(okButton, &QPushButton::clicked, this, [this] {
+    connect(pwDataCalloutView, &EntryEditor::edited, this, &MyDocument::setEnabledForCalloutSaveChanges);
+    connect(pwDataCalloutView, &EntryEditor::saveChosen, this, [this] {
         if (callout)
             callout->done(1);
     });
-    connect(cancelButton, &QPushButton::clicked, this, [this] {
+    connect(pwDataCalloutView, &EntryEditor::cancelChosen, this, [this] {
         if (callout)
             callout->done(0);
     });
@@ -346,6 +336,7 @@ void MyDocument::openDatabase()
     case PasswordFile::OpenResult::NotAPasswordFile:
     case PasswordFile::OpenResult::NoScratchDirectory:
     case PasswordFile::OpenResult::Cancelled:
+    case PasswordFile::OpenResult::Damaged:
         m_closing = true;
         close();
         return;
@@ -355,6 +346,8 @@ void MyDocument::openDatabase()
     m_opened = true;
     const bool writable = m_file.PWFileWriteable();
     readOnlyIcon->setVisible(!writable);
+    if (!writable)
+        pwDataCalloutView->disableUI();
     addButton->setVisible(writable);
     deleteButton->setVisible(writable);
     duplicateButton->setVisible(writable);
@@ -440,7 +433,7 @@ void MyDocument::reloadTable()
     // The list may have been read again or merged: a single selected entry stays selected
     // (and current) wherever it is now, rather than whatever took its row.
     const QList<int> rows = passwordTable->selectedRows();
-    const QString selected = rows.size() == 1 ? m_selectedEntry.value(EntryKey::Path).toString() : QString();
+    const QString selected = rows.size() == 1 ? m_selectedName : QString();
     passwordTable->reloadData();
     if (!selected.isNull()) {
         const qsizetype row = entryWithName(m_file.passwordArray(), selected);
@@ -482,11 +475,12 @@ void MyDocument::selectionDidChange()
     const bool one = rows.size() == 1;
     duplicateButton->setEnabled(writable && one);
     if (one && !callout) {
-        m_selectedEntry = m_file.passwordArray().value(rows.first()).toMap();
+        m_selectedName = entryName(m_file.passwordArray().value(rows.first()));
         if (gWebsiteDocument == this || !gWebsiteDocument)
-            gWebsiteItem = &m_selectedEntry;
-    } else if (!callout && gWebsiteItem == &m_selectedEntry) {
-        gWebsiteItem = nullptr;
+            gWebsiteItem.setListEntry(this, m_selectedName);
+    } else if (!callout) {
+        m_selectedName.clear();
+        gWebsiteItem.forget(this);
     }
     notFoundMessage->hide();
     validateMenuItems();
@@ -579,28 +573,18 @@ void MyDocument::goToRecent(const QString &title)
 void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
 {
     saveMsg->hide();
-    m_originalEntry = m_file.passwordArray().value(row).toMap();
-    m_editedEntry = m_originalEntry;
-    nameExistsWarning->hide();
-    m_filling = true;
-    nameText->setText(m_editedEntry.value(EntryKey::Path).toString());
-    urlText->setText(m_editedEntry.value(EntryKey::URL).toString());
-    userID1Text->setText(m_editedEntry.value(EntryKey::UserID).toString());
-    userID2Text->setText(m_editedEntry.value(EntryKey::UserID2).toString());
-    passwordText->setText(m_editedEntry.value(EntryKey::Password).toString());
-    notesText->setPlainText(m_editedEntry.value(EntryKey::Notes).toString());
-    m_filling = false;
+    const Entry entry = m_file.passwordArray().value(row).toMap();
+    QStringList entryNames;
+    for (const QVariant &v : m_file.passwordArray())
+        entryNames.append(entryName(v));
+    if (creating)
+        entryNames.removeLast();
+    else
+        entryNames.removeAll(entry.value(EntryKey::Path).toString());
+    pwDataCalloutView->load(entry, entryNames);
     gWebsiteDocument = this;
     gWPM = m_wpm;
-    gWebsiteItem = &m_editedEntry;
-
-    m_entryNames.clear();
-    for (const QVariant &v : m_file.passwordArray())
-        m_entryNames.append(entryName(v));
-    if (creating)
-        m_entryNames.removeLast();
-    else
-        m_entryNames.removeAll(nameText->text());
+    gWebsiteItem.setEditedEntry(this, &pwDataCalloutView->editedEntry());
     setEnabledForCalloutSaveChanges();
     passwordTable->selectRowAlone(row);
     passwordTable->scrollTo(passwordTable->model()->index(row, 0));
@@ -621,8 +605,9 @@ void MyDocument::finishRunCallout(int row, bool creating)
 {
     if (!callout)
         return;
-    notesText->moveCursor(QTextCursor::Start);
-    nameText->setFocus();
+    pwDataCalloutView->notesText->moveCursor(QTextCursor::Start);
+    pwDataCalloutView->nameText->setFocus();
+    pwDataCalloutView->nameText->selectAll();
     const int code = callout->runModal();
     pwDataCalloutView->hide();
     pwDataCalloutView->setParent(this);
@@ -633,11 +618,11 @@ void MyDocument::finishRunCallout(int row, bool creating)
         updateTimer.start();
     EntryList &list = m_file.passwordArray();
     if (code == 1 && row < list.size()) {
-        const QString oldName = m_originalEntry.value(EntryKey::Path).toString();
-        const QString newName = m_editedEntry.value(EntryKey::Path).toString();
+        const QString oldName = pwDataCalloutView->originalEntry().value(EntryKey::Path).toString();
+        const QString newName = pwDataCalloutView->editedEntry().value(EntryKey::Path).toString();
         if (oldName != newName)
             m_wpm->renameRecentWebsiteTitle(oldName, newName);
-        list[row] = m_editedEntry;
+        list[row] = pwDataCalloutView->editedEntry();
         passwordTable->reloadData();
         passwordTable->selectRowAlone(row);
         QWCellTableViewArrayChanged();
@@ -649,34 +634,9 @@ void MyDocument::finishRunCallout(int row, bool creating)
     selectionDidChange();
 }
 
-void MyDocument::editorFieldChanged(QWidget *field)
-{
-    if (m_filling)
-        return;
-    if (field == nameText)
-        m_editedEntry.insert(EntryKey::Path, nameText->text());
-    else if (field == notesText)
-        m_editedEntry.insert(EntryKey::Notes, notesText->toPlainText());
-    else if (field == urlText)
-        m_editedEntry.insert(EntryKey::URL, urlText->text());
-    else if (field == userID1Text)
-        m_editedEntry.insert(EntryKey::UserID, userID1Text->text());
-    else if (field == userID2Text) {
-        if (userID2Text->text().isEmpty())
-            m_editedEntry.remove(EntryKey::UserID2);
-        else
-            m_editedEntry.insert(EntryKey::UserID2, userID2Text->text());
-    } else if (field == passwordText)
-        m_editedEntry.insert(EntryKey::Password, passwordText->text());
-    setEnabledForCalloutSaveChanges();
-}
-
 void MyDocument::setEnabledForCalloutSaveChanges()
 {
-    const QString name = nameText->text();
-    const bool valid = !name.isEmpty() && !m_entryNames.contains(name);
-    nameExistsWarning->setVisible(!valid);
-    okButton->setEnabled(m_file.PWFileWriteable() && valid && m_editedEntry != m_originalEntry);
+    pwDataCalloutView->setEnabledForCalloutSaveChanges(m_file.PWFileWriteable());
 }
 
 bool MyDocument::prompt(const QString &message, const QString &defaultChoice, const QString &otherChoice)
@@ -789,10 +749,14 @@ void MyDocument::setPromptForPassword()
 {
     passwordTimer.stop();
     m_promptForPassword = true;
+    // Nobody passing by reads the entry names of a locked document.
+    passwordTable->hide();
+    lockedMessage->show();
+    // A locked document's entry is typed by no hot key.
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -805,6 +769,8 @@ void MyDocument::windowDidBecomeMain()
         recheckPassword();
         if (m_closing)
             return;
+        lockedMessage->hide();
+        passwordTable->show();
     }
     gWebsiteDocument = this;
     gWPM = m_wpm;
@@ -829,11 +795,11 @@ void MyDocument::closeEvent(QCloseEvent *event)
     updateTimer.stop();
     passwordTimer.stop();
     m_file.close();
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, {});
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
     m_opened = false;
     Q_EMIT closed(this);

@@ -3,6 +3,7 @@
 #include "core/archive/KeyedArchive.h"
 #include "core/storage/QWCrypt.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -48,6 +49,22 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
     return QDir().mkpath(path)
         && writeBytes(path + "/Data.qvmi", encryptForFile(archive::encodeKeyedArchive(entries), password, false))
         && writeBytes(path + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(t), password, false));
+}
+
+QByteArray packageDigest(const QString &path)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QDirIterator it(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    QStringList names;
+    while (it.hasNext())
+        names.append(it.next());
+    names.sort();
+    for (const QString &name : std::as_const(names)) {
+        hash.addData(QFile::encodeName(name));
+        hash.addData(QByteArrayView("\0", 1));
+        hash.addData(readBytes(name));
+    }
+    return hash.result();
 }
 
 QStringList scratchDirectories()
@@ -166,6 +183,16 @@ int CliOnTerminal::finish(int ms)
     const bool ended = m_process.waitForFinished(ms);
     drain();
     return ended && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+}
+
+QVariantList listOnDisk(const QString &path, const QString &password)
+{
+    ScriptedDelegate d;
+    d.passwords = {password};
+    PasswordFile file(path, nullptr, &d);
+    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
+        return {};
+    return file.passwordArray();
 }
 
 } // namespace tess::testsupport

@@ -8,6 +8,10 @@
 
 namespace tess {
 
+// Whether an archive's root is an entry list: an array whose every element is a dictionary.
+// Anything else is a damaged file, never an empty or partial list.
+bool isEntryList(const QVariant &root);
+
 // passwordsSort: case-sensitive, code-point order of "Path"; canonically equivalent names
 // compare equal. Answers <0, 0 or >0.
 int passwordsSort(const Entry &a, const Entry &b);
