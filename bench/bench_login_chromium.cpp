@@ -62,12 +62,8 @@ struct Session {
             failure = "the browser's desktop file could not be installed";
             return;
         }
-        if (workspace.openURLWithApplication(pages.url("one"), kBrowserID).status != LaunchResult::Started) {
+        if (!startChromium(dir.filePath("profile"), pages))
             failure = "Chromium did not start";
-            return;
-        }
-        // A fresh profile's first start is slow; the page's field has the focus once it loaded.
-        spin(8000);
     }
     ~Session() { stopChromium(dir.filePath("profile")); }
 };

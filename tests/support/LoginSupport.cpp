@@ -94,13 +94,28 @@ bool installBrowserDesktopFile(const QString &desktopID, const QString &name, co
     return QProcess::execute(QStringLiteral("update-desktop-database"), {apps}) == 0;
 }
 
+QStringList chromiumArguments(const QString &profileDir)
+{
+    return {QStringLiteral("chromium"), QStringLiteral("--no-sandbox"), QStringLiteral("--disable-gpu"),
+            QStringLiteral("--no-first-run"), QStringLiteral("--no-default-browser-check"),
+            QStringLiteral("--disable-background-networking"), QStringLiteral("--disable-component-update"),
+            QStringLiteral("--disable-sync"), QStringLiteral("--disable-quic"), QStringLiteral("--password-store=basic"),
+            QStringLiteral("--disable-features=Translate,PasswordManagerOnboarding"),
+            QStringLiteral("--user-data-dir=") + profileDir};
+}
+
 QString chromiumCommand(const QString &profileDir)
 {
-    return QStringLiteral("chromium --no-sandbox --disable-gpu --no-first-run --no-default-browser-check "
-                          "--disable-background-networking --disable-component-update --disable-sync --disable-quic "
-                          "--password-store=basic --disable-features=Translate,PasswordManagerOnboarding "
-                          "--user-data-dir=") +
-           profileDir;
+    return chromiumArguments(profileDir).join(u' ');
+}
+
+bool startChromium(const QString &profileDir, LoginPages &pages)
+{
+    const QStringList command = chromiumArguments(profileDir);
+    if (!QProcess::startDetached(command.first(), command.mid(1) << pages.url("ready")))
+        return false;
+    const QList<QJsonObject> ready = pages.posted(1, 60000);
+    return ready.value(0).value(QStringLiteral("page")).toString() == u"ready";
 }
 
 void stopChromium(const QString &profileDir)

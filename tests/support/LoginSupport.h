@@ -7,6 +7,7 @@
 #include <QList>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 
 namespace tess::testsupport {
 
@@ -33,8 +34,13 @@ private:
 // Writes a desktop file into $XDG_DATA_HOME/applications that handles http and https, and
 // updates that folder's MIME cache.
 bool installBrowserDesktopFile(const QString &desktopID, const QString &name, const QString &exec);
-// The Chromium command line for a fresh profile in profileDir, kept off the network.
+// The Chromium command line for a fresh profile in profileDir, kept off the network: the
+// program and its arguments, and as one line for a desktop file.
+QStringList chromiumArguments(const QString &profileDir);
 QString chromiumCommand(const QString &profileDir);
+// Starts that Chromium on the pages' "ready" page and waits until it has loaded it (a fresh
+// profile's first start is slow, the more so on a busy machine); false when it did not in 60 s.
+bool startChromium(const QString &profileDir, LoginPages &pages);
 // Ends the Chromium processes of that profile (by process id), waiting up to 5 s.
 void stopChromium(const QString &profileDir);
 
