@@ -8,7 +8,7 @@ standard output) and appends every posted form, as one JSON object a line, to RE
   /two     two user-ID fields and a password
   /first   the user ID; its Return leads to /second, which asks for the password
   /show    the user ID only: the password is to be read, not typed
-  /long    one large text field (for typing rates)
+  /long    one large text field (for typing rates), answered with itself
   /ready   posts itself as soon as it has loaded (the browser is up)
 """
 import json
@@ -66,7 +66,7 @@ class Handler(BaseHTTPRequestHandler):
         posted.update({k: v[0] for k, v in form.items()})
         with open(Handler.record, "a", encoding="utf-8") as f:
             f.write(json.dumps(posted, ensure_ascii=False) + "\n")
-        self.page("second" if name == "first" else "one")
+        self.page({"first": "second", "long": "long"}.get(name, "one"))
 
 
 def main():

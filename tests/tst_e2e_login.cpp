@@ -3,22 +3,20 @@
 // records what each form posted, compared here with the entry exactly.
 
 #include "support/FileSupport.h"
+#include "support/LoginSupport.h"
 #include "support/TestSupport.h"
 
 #include "core/entries/Entry.h"
 #include "platform/x11/XTestKeySink.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 
-#include <QDir>
 #include <QGuiApplication>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
 
 using namespace tess;
 using namespace tess::testsupport;
@@ -29,44 +27,19 @@ const QString kBrowserID = QStringLiteral("tessaline-e2e-chromium.desktop");
 const QString kBrokenID = QStringLiteral("tessaline-e2e-broken.desktop");
 const QString kSymbols = QString::fromUtf8("p@ss w0rd!#$%^&*()_+-=[]{};:'\",.<>/?\\|`~é€😀");
 
-bool writeText(const QString &path, const QString &text)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(text.toUtf8()) >= 0;
-}
-
 } // namespace
 
 class TestE2ELogin : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QProcess m_server;
-    QString m_record, m_file;
-    int m_port = 0;
-    qsizetype m_seen = 0;
+    LoginPages m_pages;
+    QString m_file;
     int m_spare = 0;
     QString m_manyCharacters;
 
-    QString url(const char *page) const { return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(QLatin1String(page)); }
-
-    // The forms posted since the last call, once `count` of them have come (or 20 s passed).
-    QList<QJsonObject> posted(int count)
-    {
-        QList<QJsonObject> forms;
-        for (int i = 0; i < 200; ++i) {
-            const QList<QByteArray> lines = readFile(m_record).split('\n');
-            forms.clear();
-            for (qsizetype k = m_seen; k < lines.size(); ++k)
-                if (!lines[k].isEmpty())
-                    forms.append(QJsonDocument::fromJson(lines[k]).object());
-            if (forms.size() >= count)
-                break;
-            QTest::qWait(100);
-        }
-        m_seen += forms.size();
-        return forms;
-    }
+    QString url(const char *page) const { return m_pages.url(page); }
+    QList<QJsonObject> posted(int count) { return m_pages.posted(count); }
 
     CliRun cli(const QStringList &args) { return runCli(args + QStringList{"--password-stdin", "--no-keychain"}, "pw\n"); }
     void setPref(const char *key, const char *value)
@@ -81,29 +54,11 @@ private Q_SLOTS:
             QSKIP("needs the X server of `make test`");
         QVERIFY2(!QStandardPaths::findExecutable("chromium").isEmpty(), "chromium is not installed (scripts/deps.sh)");
         QVERIFY(m_dir.isValid());
-        m_record = m_dir.filePath("posted.jsonl");
-        m_server.start("python3", {QStringLiteral(TESSALINE_SOURCE_DIR "/tests/login_server.py"), m_record});
-        QVERIFY(m_server.waitForReadyRead(10000));
-        m_port = m_server.readLine().trimmed().toInt();
-        QVERIFY(m_port > 0);
+        QVERIFY(m_pages.start(m_dir.filePath("posted.jsonl")));
 
         // The entry's browser: Chromium with a fresh profile, kept off the network.
-        const QString apps = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/applications";
-        QVERIFY(QDir().mkpath(apps));
-        const QString profile = m_dir.filePath("profile");
-        const QStringList chromium = {"chromium", "--no-sandbox", "--disable-gpu", "--no-first-run",
-                                      "--no-default-browser-check", "--disable-background-networking",
-                                      "--disable-component-update", "--disable-sync", "--disable-quic",
-                                      "--password-store=basic", "--disable-features=Translate,PasswordManagerOnboarding",
-                                      "--user-data-dir=" + profile};
-        QVERIFY(writeText(apps + "/" + kBrowserID,
-                          "[Desktop Entry]\nType=Application\nName=E2E Chromium\n"
-                          "Exec=" + chromium.join(u' ') + " %U\n"
-                          "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"));
-        QVERIFY(writeText(apps + "/" + kBrokenID,
-                          "[Desktop Entry]\nType=Application\nName=Broken Browser\nExec=false %U\n"
-                          "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"));
-        QCOMPARE(QProcess::execute("update-desktop-database", {apps}), 0);
+        QVERIFY(installBrowserDesktopFile(kBrowserID, "E2E Chromium", chromiumCommand(m_dir.filePath("profile"))));
+        QVERIFY(installBrowserDesktopFile(kBrokenID, "Broken Browser", "false"));
 
         // How many keycodes the server has for characters without a key: the test goes past it.
         auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
@@ -142,30 +97,13 @@ private Q_SLOTS:
         // Chromium's first start with a fresh profile is slow, the more so on a busy machine:
         // start it once and wait until it has shown a page, so that each login below opens a
         // tab in a running browser within the page-load delay.
-        QVERIFY(QProcess::startDetached(chromium.first(), chromium.mid(1) << url("ready")));
-        QList<QJsonObject> ready;
-        for (int i = 0; i < 6 && ready.isEmpty(); ++i)
-            ready = posted(1);
-        QCOMPARE(ready.value(0).value("page").toString(), QStringLiteral("ready"));
+        QVERIFY(startChromium(m_dir.filePath("profile"), m_pages));
     }
 
     void cleanupTestCase()
     {
-        m_server.kill();
-        m_server.waitForFinished();
-        // The Chromium this test started: the processes of its own profile, by id.
-        const QByteArray mark = ("--user-data-dir=" + m_dir.filePath("profile")).toUtf8();
-        for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
-            if (pid.toInt() > 0 && readFile("/proc/" + pid + "/cmdline").contains(mark))
-                ::kill(pid.toInt(), SIGTERM);
-        for (int i = 0; i < 50 && QDir("/proc").entryList(QDir::Dirs).size() > 0; ++i) {
-            bool running = false;
-            for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
-                running = running || (pid.toInt() > 0 && readFile("/proc/" + pid + "/cmdline").contains(mark));
-            if (!running)
-                break;
-            QTest::qWait(100);
-        }
+        // The Chromium this test started: the processes of its own profile.
+        stopChromium(m_dir.filePath("profile"));
     }
 
     void typedLogin()
@@ -215,7 +153,7 @@ private Q_SLOTS:
         const auto forms = posted(1);
         QCOMPARE(forms.size(), 1);
         QCOMPARE(forms[0], (QJsonObject{{"page", "show"}, {"user", "dave"}}));
-        QVERIFY(!readFile(m_record).contains("read me"));
+        QVERIFY(!readFile(m_dir.filePath("posted.jsonl")).contains("read me"));
     }
 
     void browserThatDoesNotStart()

@@ -39,6 +39,35 @@ bool setLayout(const QString &layout)
     return QProcess::execute("setxkbmap", {layout}) == 0;
 }
 
+// An X server of the test's own, on a display it picks itself, that the test may kill.
+class PrivateXServer {
+public:
+    explicit PrivateXServer(const QStringList &extraArgs = {})
+    {
+        m_process.start("Xvfb", QStringList{"-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"} + extraArgs);
+        if (!m_process.waitForReadyRead(10000))
+            return;
+        const QByteArray display = ":" + m_process.readLine().trimmed();
+        m_c = xcb_connect(display.constData(), nullptr);
+    }
+    ~PrivateXServer()
+    {
+        if (m_c)
+            xcb_disconnect(m_c);
+        kill();
+    }
+    xcb_connection_t *connection() const { return m_c && !xcb_connection_has_error(m_c) ? m_c : nullptr; }
+    void kill()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+private:
+    QProcess m_process;
+    xcb_connection_t *m_c = nullptr;
+};
+
 } // namespace
 
 class TestX11Typing : public QObject {
@@ -62,6 +91,7 @@ class TestX11Typing : public QObject {
     // Types into the first field, Tab, the second field, Return; answers what arrived.
     QPair<QString, QString> typeIntoWindow(const QString &a, const QString &b)
     {
+        QTest::qWait(100); // keys an earlier test sent land before the fields are cleared
         m_first->clear();
         m_second->clear();
         m_returns = 0;
@@ -308,6 +338,7 @@ private Q_SLOTS:
         m_player->cancel();
         QCOMPARE(cancelled.size(), 1);
         QVERIFY(!anyKeyDown());
+        QTest::qWait(100); // keys sent before the cancel may still be on their way
         QVERIFY(capsLocked());
         QCOMPARE(keymapBytes(), before);
         // Keys sent before the cancel may still be on their way through the server.
@@ -317,6 +348,52 @@ private Q_SLOTS:
         QCOMPARE(int(m_first->text().size()), typed);
         tapKey(66);
         QTRY_VERIFY(!capsLocked());
+    }
+
+    // The X server goes away while a script types: the script fails, saying why, and is never
+    // reported as done.
+    void aLostConnectionIsAFailure()
+    {
+        PrivateXServer server;
+        QVERIFY(server.connection());
+        XkbKeyboardLayout layout(server.connection());
+        QVERIFY(layout.isValid());
+        XTestKeySink sink(server.connection(), &layout);
+        KeyScriptPlayer player(&sink);
+        QSignalSpy finished(&player, &KeyScriptPlayer::finished);
+        QSignalSpy failed(&player, &KeyScriptPlayer::failed);
+        KeyScript s = typeString(QStringLiteral("password").repeated(40), 90); // 25 ms a key: 8 s
+        s.append({KeyAction::Pause, 0, 0, {}, 0});
+        s += typeString(QStringLiteral("more"), 100);
+        QVERIFY(player.play(s));
+        QTest::qWait(300);
+        QVERIFY(player.isPlaying());
+        server.kill();
+        QVERIFY(failed.wait(5000));
+        QVERIFY2(failed.first().first().toString().contains("connection to the X server was lost"),
+                 qPrintable(failed.first().first().toString()));
+        QTest::qWait(200);
+        QVERIFY(finished.isEmpty());
+        QVERIFY(!player.isPlaying());
+        QCOMPARE(failed.size(), 1);
+    }
+
+    // No keyboard state to type with (Xvfb always has XKB: here the layout could not be read):
+    // nothing is typed and the script fails.
+    void noKeyboardStateIsAFailure()
+    {
+        PrivateXServer server;
+        QVERIFY(server.connection());
+        XkbKeyboardLayout layout(nullptr);
+        QVERIFY(!layout.isValid());
+        XTestKeySink sink(server.connection(), &layout);
+        KeyScriptPlayer player(&sink);
+        QSignalSpy finished(&player, &KeyScriptPlayer::finished);
+        QSignalSpy failed(&player, &KeyScriptPlayer::failed);
+        player.play(typeString(QStringLiteral("secret"), 100));
+        QTRY_COMPARE(failed.size(), 1);
+        QVERIFY2(failed.first().first().toString().contains("XKB"), qPrintable(failed.first().first().toString()));
+        QVERIFY(finished.isEmpty());
     }
 
     // A run that died with spare keycodes bound: the next one puts them back.

@@ -3,6 +3,7 @@
 // in the tests.
 
 #include <QString>
+#include <QStringView>
 
 namespace tess {
 
@@ -21,11 +22,11 @@ public:
     // Gets ready for a typing step's characters (Caps Lock off, keys for characters the layout
     // lacks). Answers how long to let the change settle before the first key, in microseconds,
     // or a negative number when the step cannot be typed at all (failureReason() says why).
-    virtual qint64 prepare(const QString &characters) { Q_UNUSED(characters); return 0; }
+    virtual qint64 prepare(QStringView characters) { Q_UNUSED(characters); return 0; }
     // Before each typed character; upcoming is the rest of the step from that character on.
     // Answers 0 when it can go now, or how long to wait first (keys are being rebound for the
     // next batch of unusual characters); negative when it cannot be typed (failureReason()).
-    virtual qint64 readyFor(const QString &upcoming) { Q_UNUSED(upcoming); return 0; }
+    virtual qint64 readyFor(QStringView upcoming) { Q_UNUSED(upcoming); return 0; }
     // The step is done: Caps Lock as it was at the step's start.
     virtual void finish() {}
     // Stops a step at once: every key it pressed goes up, Caps Lock and the keymap as before.

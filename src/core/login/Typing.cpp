@@ -159,10 +159,14 @@ qsizetype KeyScriptPlayer::typingStepEnd(qsizetype from)
     while (i < m_script.size()) {
         const KeyAction &a = m_script[i];
         if (a.type == KeyAction::EnterString) {
+            // One splice: inserting key by key would move the rest of the script per key.
             const KeyScript keys = enterString(a.text, m_typeSpeed(), m_pasteCode);
-            m_script.remove(i);
-            for (qsizetype k = 0; k < keys.size(); ++k)
-                m_script.insert(i + k, keys[k]);
+            KeyScript expanded;
+            expanded.reserve(m_script.size() - 1 + keys.size());
+            expanded.append(m_script.sliced(0, i));
+            expanded.append(keys);
+            expanded.append(m_script.sliced(i + 1));
+            m_script = std::move(expanded);
             continue;
         }
         if (a.type != KeyAction::KeyDown && a.type != KeyAction::KeyUp && a.type != KeyAction::SetClipboard &&
@@ -173,13 +177,9 @@ qsizetype KeyScriptPlayer::typingStepEnd(qsizetype from)
     return i;
 }
 
-QString KeyScriptPlayer::upcomingCharacters(qsizetype from) const
+QStringView KeyScriptPlayer::upcomingCharacters() const
 {
-    QString characters;
-    for (qsizetype i = from; i < m_stepEnd; ++i)
-        if (m_script[i].type == KeyAction::KeyDown)
-            characters += m_script[i].text;
-    return characters;
+    return QStringView(m_stepCharacters).mid(m_stepTyped);
 }
 
 bool KeyScriptPlayer::beginTypingStep()
@@ -190,6 +190,13 @@ bool KeyScriptPlayer::beginTypingStep()
     case Phase::Idle:
         m_waitingForRelease.start();
         m_stepEnd = typingStepEnd(m_next);
+        // The step's characters, gathered once: the sink is shown the rest of them before
+        // each character, as a view from the next one on.
+        m_stepCharacters.clear();
+        m_stepTyped = 0;
+        for (qsizetype i = m_next; i < m_stepEnd; ++i)
+            if (m_script[i].type == KeyAction::KeyDown)
+                m_stepCharacters += m_script[i].text;
         m_phase = Phase::Releasing;
         [[fallthrough]];
     case Phase::Releasing: {
@@ -203,7 +210,7 @@ bool KeyScriptPlayer::beginTypingStep()
                 fail(reason);
             return false;
         }
-        const qint64 settle = m_sink->prepare(upcomingCharacters(m_next));
+        const qint64 settle = m_sink->prepare(upcomingCharacters());
         if (settle < 0) {
             fail(m_sink->failureReason());
             return false;
@@ -267,7 +274,7 @@ void KeyScriptPlayer::step()
             if (!beginTypingStep())
                 return;
             if (a.type == KeyAction::KeyDown && !a.text.isEmpty()) {
-                const qint64 wait = m_sink->readyFor(upcomingCharacters(m_next));
+                const qint64 wait = m_sink->readyFor(upcomingCharacters());
                 if (wait < 0) {
                     fail(m_sink->failureReason());
                     return;
@@ -278,6 +285,8 @@ void KeyScriptPlayer::step()
                 }
             }
             ++m_next;
+            if (a.type == KeyAction::KeyDown)
+                m_stepTyped += a.text.size();
             if (a.type == KeyAction::SetClipboard)
                 m_sink->setClipboard(a.text);
             else

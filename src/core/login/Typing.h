@@ -127,7 +127,7 @@ private:
     qint64 nowMicros() const;
     // Expands the fields up to the end of the typing step that starts at from; answers its end.
     qsizetype typingStepEnd(qsizetype from);
-    QString upcomingCharacters(qsizetype from) const;
+    QStringView upcomingCharacters() const;
 
     KeySink *m_sink;
     int m_pasteCode = 9;
@@ -137,6 +137,8 @@ private:
     bool m_playing = false;
     Phase m_phase = Phase::Idle;
     qsizetype m_stepEnd = 0;
+    QString m_stepCharacters; // the characters of the step being typed
+    qsizetype m_stepTyped = 0; // how many of them have gone out
     QElapsedTimer m_clock;
     qint64 m_lastKeyMicros = 0;   // when the last key went out
     qint64 m_pauseUntilMicros = 0;

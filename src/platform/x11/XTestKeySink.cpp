@@ -212,10 +212,10 @@ void XTestKeySink::tapCapsLock()
     fake(m_modifierKeycodes[kLock].front(), false);
 }
 
-QList<quint32> XTestKeySink::missingKeysyms(const QString &text) const
+QList<quint32> XTestKeySink::missingKeysyms(QStringView text, qsizetype limit) const
 {
     QList<quint32> missing;
-    for (qsizetype i = 0; i < text.size(); ++i) {
+    for (qsizetype i = 0; i < text.size() && missing.size() < limit; ++i) {
         char32_t cp = text.at(i).unicode();
         if (QChar::isHighSurrogate(cp) && i + 1 < text.size())
             cp = QChar::surrogateToUcs4(text.at(i), text.at(i + 1)), ++i;
@@ -227,7 +227,7 @@ QList<quint32> XTestKeySink::missingKeysyms(const QString &text) const
     return missing;
 }
 
-qint64 XTestKeySink::prepare(const QString &characters)
+qint64 XTestKeySink::prepare(QStringView characters)
 {
     m_failure.clear();
     m_restoreTimer.stop();
@@ -243,7 +243,7 @@ qint64 XTestKeySink::prepare(const QString &characters)
     m_inStep = true;
     if (m_capsAtStart)
         tapCapsLock();
-    const QList<quint32> missing = missingKeysyms(characters);
+    const QList<quint32> missing = missingKeysyms(characters, 1);
     xcb_flush(m_c);
     if (missing.isEmpty())
         return 0;
@@ -253,10 +253,10 @@ qint64 XTestKeySink::prepare(const QString &characters)
                             .arg(QString::fromUcs4(&cp, 1));
         return -1;
     }
-    return bind(missing);
+    return bind(missingKeysyms(characters, m_spare.size()));
 }
 
-qint64 XTestKeySink::readyFor(const QString &upcoming)
+qint64 XTestKeySink::readyFor(QStringView upcoming)
 {
     if (upcoming.isEmpty() || QChar::isLowSurrogate(upcoming.at(0).unicode()))
         return 0; // the character goes out whole with its first half
@@ -268,7 +268,7 @@ qint64 XTestKeySink::readyFor(const QString &upcoming)
     if (sym == kNoSymbol || lookup(sym, &p))
         return 0;
     // The next batch, starting with this character.
-    return bind(missingKeysyms(upcoming));
+    return bind(missingKeysyms(upcoming, m_spare.size()));
 }
 
 int XTestKeySink::spareKeycodeCount()
@@ -327,7 +327,9 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
     if (wanted == m_boundSym)
         return 0;
     // A receiver that has not yet handled the notice of the current binding would read the new
-    // one for keys sent under the old: wait until it has caught up.
+    // one for keys sent under the old: wait until it has caught up. (Waiting only for the last
+    // press of each keycode rebound lets a receiver slower than our estimate fall ever further
+    // behind; draining it at every rebinding keeps the estimate's error from piling up.)
     if (rebinds) {
         const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
         if (safe > 0)

@@ -42,8 +42,8 @@ public:
     void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override;
     void setClipboard(const QString &text) override;
     QString notReadyReason() override;
-    qint64 prepare(const QString &characters) override;
-    qint64 readyFor(const QString &upcoming) override;
+    qint64 prepare(QStringView characters) override;
+    qint64 readyFor(QStringView upcoming) override;
     void finish() override;
     void cancel() override;
     QString failureReason() const override;
@@ -69,8 +69,8 @@ private:
     void typeCodePoint(char32_t cp);
     static quint32 keysymForCodePoint(char32_t cp);
     // The keysyms of the text's characters that no key of the layout has (bound by us or not),
-    // in order, once each.
-    QList<quint32> missingKeysyms(const QString &text) const;
+    // in order, once each, the first `limit` of them (a batch: the text may be long).
+    QList<quint32> missingKeysyms(QStringView text, qsizetype limit) const;
     // Binds the first of these keysyms to spare keycodes; answers the settle time, 0 when all
     // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
     qint64 bind(const QList<quint32> &keysyms);
