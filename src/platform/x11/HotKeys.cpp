@@ -96,7 +96,7 @@ HotKeys::GrabResult HotKeys::grab(const Grab &g)
     const quint16 variants[] = {0, XCB_MOD_MASK_LOCK, numLock, quint16(XCB_MOD_MASK_LOCK | numLock)};
     xcb_void_cookie_t cookies[4];
     for (int i = 0; i < 4; ++i)
-        cookies[i] = xcb_grab_key_checked(m_c, 1, m_root, quint16(g.modifiers | variants[i]), g.keycode,
+        cookies[i] = xcb_grab_key_checked(m_c, 0, m_root, quint16(g.modifiers | variants[i]), g.keycode,
                                           XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
     GrabResult result = GrabResult::Grabbed;
     bool took[4] = {};
@@ -185,20 +185,23 @@ bool HotKeys::nativeEventFilter(const QByteArray &eventType, void *message, qint
     auto *key = reinterpret_cast<xcb_key_press_event_t *>(event);
     if (key->event != m_root)
         return false;
-    if (type == XCB_KEY_RELEASE && key->detail == m_down)
+    if (type == XCB_KEY_RELEASE && key->detail == m_down) {
         m_down = 0;
+        m_releaseTime = key->time;
+        m_released = key->detail;
+    }
     const quint16 relevant = XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1 | XCB_MOD_MASK_4;
     for (auto it = m_grabs.cbegin(); it != m_grabs.cend(); ++it) {
-        if (it->keycode == key->detail && it->modifiers == (key->state & relevant)) {
-            // A key held down repeats its press: one press, one hot key.
-            if (type == XCB_KEY_PRESS && m_down != key->detail) {
-                m_down = key->detail;
+        if (it->keycode != key->detail || it->modifiers != (key->state & relevant))
+            continue;
+        if (type == XCB_KEY_PRESS && m_down != key->detail) {
+            // A key held down repeats as release and press at the same moment: one hot key.
+            const bool repeat = key->detail == m_released && key->time - m_releaseTime <= 2;
+            m_down = key->detail;
+            if (!repeat)
                 Q_EMIT hotKeyPressed(it.key());
-            } else if (type == XCB_KEY_RELEASE) {
-                m_down = 0;
-            }
-            return true; // ours: consumed
         }
+        return true; // ours: consumed
     }
     return false;
 }

@@ -59,6 +59,8 @@ private:
     quint32 m_root = 0;
     QHash<quint32, Grab> m_grabs;
     quint8 m_down = 0; // the hot key's key while it is held
+    quint8 m_released = 0;
+    quint32 m_releaseTime = 0;
 };
 
 } // namespace tess
