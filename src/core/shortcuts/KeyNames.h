@@ -39,6 +39,13 @@ constexpr int Return = 36;
 constexpr int TypedCharacter = 1; // the placeholder key that carries a typed character
 } // namespace KeyCode
 
+// A key combination: a Cocoa modifier mask and a virtual key code, -1 for no key.
+struct KeyCombo {
+    quint64 flags = 0;
+    qint64 code = -1;
+    friend bool operator==(const KeyCombo &, const KeyCombo &) = default;
+};
+
 quint64 SRCarbonToCocoaFlags(quint32 carbon);
 quint32 SRCocoaToCarbonFlags(quint64 cocoa);
 

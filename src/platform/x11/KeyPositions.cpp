@@ -1,5 +1,7 @@
 #include "KeyPositions.h"
 
+#include <cstring>
+
 namespace tess {
 
 const char *xkbKeyNameForKeyCode(int keyCode)
@@ -33,6 +35,16 @@ const char *xkbKeyNameForKeyCode(int keyCode)
         "FK02", "PGDN", "FK01", "LEFT", "RGHT", "DOWN", "UP", nullptr,
     };
     return keyCode >= 0 && keyCode < 128 ? names[keyCode] : nullptr;
+}
+
+int keyCodeForXkbKeyName(const char *name)
+{
+    if (!name)
+        return -1;
+    for (int code = 0; code < 128; ++code)
+        if (const char *n = xkbKeyNameForKeyCode(code); n && std::strcmp(n, name) == 0)
+            return code;
+    return -1;
 }
 
 } // namespace tess

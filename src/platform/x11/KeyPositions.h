@@ -8,3 +8,10 @@ namespace tess {
 const char *xkbKeyNameForKeyCode(int keyCode);
 
 } // namespace tess
+
+namespace tess {
+
+// The virtual key code of an XKB key name, or -1.
+int keyCodeForXkbKeyName(const char *name);
+
+} // namespace tess

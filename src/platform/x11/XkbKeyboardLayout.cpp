@@ -13,6 +13,32 @@
 
 namespace tess {
 
+namespace {
+
+// A dead key produces no text of its own; it is named by the accent it puts on the next letter,
+// as the accent's spacing form (^ on a German keyboard's key left of 1).
+QString deadKeyName(xkb_keysym_t sym)
+{
+    switch (sym) {
+    case XKB_KEY_dead_grave: return QStringLiteral("`");
+    case XKB_KEY_dead_acute: return QString(QChar(0x00B4));
+    case XKB_KEY_dead_circumflex: return QStringLiteral("^");
+    case XKB_KEY_dead_tilde: return QStringLiteral("~");
+    case XKB_KEY_dead_macron: return QString(QChar(0x00AF));
+    case XKB_KEY_dead_breve: return QString(QChar(0x02D8));
+    case XKB_KEY_dead_abovedot: return QString(QChar(0x02D9));
+    case XKB_KEY_dead_diaeresis: return QString(QChar(0x00A8));
+    case XKB_KEY_dead_abovering: return QString(QChar(0x02DA));
+    case XKB_KEY_dead_doubleacute: return QString(QChar(0x02DD));
+    case XKB_KEY_dead_caron: return QString(QChar(0x02C7));
+    case XKB_KEY_dead_cedilla: return QString(QChar(0x00B8));
+    case XKB_KEY_dead_ogonek: return QString(QChar(0x02DB));
+    default: return {};
+    }
+}
+
+} // namespace
+
 XkbKeyboardLayout::XkbKeyboardLayout(xcb_connection_t *connection) : m_connection(connection)
 {
     if (!connection)
@@ -84,12 +110,17 @@ QString XkbKeyboardLayout::characterForKeyCode(int keyCode, bool shift, bool opt
     xkb_state_update_mask(s, mods, 0, 0, 0, 0, group);
     char buf[16] = {};
     const int n = xkb_state_key_get_utf8(s, kc, buf, sizeof buf);
+    QString text = n > 0 ? QString::fromUtf8(buf, n) : deadKeyName(xkb_state_key_get_one_sym(s, kc));
     xkb_state_unref(s);
-    QString text = n > 0 ? QString::fromUtf8(buf, n) : QString();
     // Control characters (Return, Tab, Escape...) are not names.
     if (!text.isEmpty() && text.at(0).unicode() < 0x20)
         return {};
     return text;
+}
+
+int XkbKeyboardLayout::keyCodeForKeycode(quint32 keycode) const
+{
+    return m_keymap ? keyCodeForXkbKeyName(xkb_keymap_key_get_name(m_keymap, keycode)) : -1;
 }
 
 bool XkbKeyboardLayout::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)

@@ -26,6 +26,8 @@ public:
     int changes() const { return m_changes; }
 
     QString characterForKeyCode(int keyCode, bool shift, bool option) const override;
+    // The virtual key code of an X keycode (a key event's), by the key's position; -1 if none.
+    int keyCodeForKeycode(quint32 keycode) const;
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 
     xkb_keymap *keymap() const { return m_keymap; }
