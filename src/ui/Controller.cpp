@@ -7,6 +7,8 @@
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
+#include "ui/PreferencesDialog.h"
+#include "ui/SupportReport.h"
 
 #include <QApplication>
 #include <QDir>
@@ -288,6 +290,17 @@ void Controller::quit()
 {
     applicationWillTerminate();
     QApplication::quit();
+}
+
+void Controller::preferences()
+{
+    PreferencesDialog panel(QApplication::activeWindow());
+    panel.runPreferences();
+}
+
+void Controller::emailTheAuthor()
+{
+    tess::emailTheAuthor(QApplication::activeWindow());
 }
 
 } // namespace tess

@@ -43,6 +43,10 @@ public:
     // applicationWillTerminate: remember and close the open files.
     void applicationWillTerminate();
     void quit();
+    // preferences: the preferences panel, over the active window or alone; emailTheAuthor: the
+    // support report.
+    void preferences();
+    void emailTheAuthor();
 
     QList<MyDocument *> documents() const;
     MyDocument *documentForPath(const QString &path) const;
