@@ -28,6 +28,19 @@ QString helpBookDirectory(const QString &applicationDir)
     return installed.isEmpty() ? QString() : QFileInfo(installed).absolutePath();
 }
 
+namespace {
+QString &chosenBookDirectory()
+{
+    static QString directory;
+    return directory;
+}
+} // namespace
+
+void setHelpBookDirectory(const QString &directory)
+{
+    chosenBookDirectory() = directory;
+}
+
 QUrl helpURL(const QString &bookDirectory, const QString &anchor)
 {
     const QDir book(bookDirectory);
@@ -50,7 +63,8 @@ QUrl helpURL(const QString &bookDirectory, const QString &anchor)
 
 void showHelp(const QString &anchor)
 {
-    const QString book = helpBookDirectory(QCoreApplication::applicationDirPath());
+    const QString book =
+        chosenBookDirectory().isEmpty() ? helpBookDirectory(QCoreApplication::applicationDirPath()) : chosenBookDirectory();
     if (book.isEmpty()) {
         gDebugInfo += QStringLiteral("Help book not found beside %1\n").arg(QCoreApplication::applicationDirPath());
         return;
@@ -69,8 +83,11 @@ void addHelpMenuItems(QMenu *help)
         {QStringLiteral("Import and Export"), HelpAnchor::ImportExport}, {QStringLiteral("Command Line"), HelpAnchor::CommandLine},
     };
     QMenu *topicMenu = help->addMenu(QStringLiteral("Help Topics"));
-    for (const auto &[title, anchor] : topics)
-        QObject::connect(topicMenu->addAction(title), &QAction::triggered, help, [anchor] { showHelp(anchor); });
+    for (const auto &[title, anchor] : topics) {
+        QAction *item = topicMenu->addAction(title);
+        item->setProperty("helpAnchor", anchor);
+        QObject::connect(item, &QAction::triggered, help, [anchor] { showHelp(anchor); });
+    }
     help->addSeparator();
     QObject::connect(help->addAction(QStringLiteral("Send Debugging Information…")), &QAction::triggered, help, [] {
         if (gController)

@@ -26,6 +26,8 @@ QStringList all();
 // The folder holding index.html: "help" beside the binary in the build tree, else
 // "../share/tessaline/help" of the install prefix, else the system's data folders.
 QString helpBookDirectory(const QString &applicationDir);
+// Where showHelp looks instead (empty: beside the application again).
+void setHelpBookDirectory(const QString &directory);
 // The page that holds the anchor (the contents page when none does), with the anchor.
 QUrl helpURL(const QString &bookDirectory, const QString &anchor);
 // showHelp: opens the book at the anchor (the contents for an empty one) in the browser.
