@@ -103,13 +103,20 @@ class TestGuiPrefs : public DocumentSuite {
         QTRY_VERIFY(!QApplication::activeModalWidget());
     }
 
-private Q_SLOTS:
-    void initTestCase()
+public:
+    // (The fixture's own init slots run for each test; this suite adds none.)
+    TestGuiPrefs()
     {
         QDesktopServices::setUrlHandler(QStringLiteral("file"), &m_opened, "open");
         QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &m_opened, "open");
     }
-    void init() { m_opened.urls.clear(); }
+    ~TestGuiPrefs() override
+    {
+        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
+        QDesktopServices::unsetUrlHandler(QStringLiteral("mailto"));
+    }
+
+private Q_SLOTS:
 
     void panelShowsAndStoresEverySetting()
     {
@@ -297,6 +304,7 @@ private Q_SLOTS:
         }
         // From the menu and the panel's Help button, as the application opens them.
         setHelpBookDirectory(book);
+        m_opened.urls.clear();
         menuItem(doc, QStringLiteral("Tessaline Help"))->trigger();
         menuItem(doc, QStringLiteral("Import and Export"))->trigger();
         inPanel([this] { m_controller->preferences(); }, [](PreferencesDialog *p) {
@@ -349,6 +357,7 @@ private Q_SLOTS:
         QFETCH(QString, answer);
         const QString report = QStringLiteral("report & more = 100%\nline 2");
         QApplication::clipboard()->setText(QStringLiteral("before"));
+        m_opened.urls.clear();
         ModalResponder r;
         QString question, afterwards;
         r.then([&](QWidget *w) {
