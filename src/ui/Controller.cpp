@@ -3,12 +3,15 @@
 #include "core/app/QWPrefs.h"
 #include "core/shortcuts/KeyNames.h"
 #include "core/storage/PasswordFile.h"
+#include "platform/x11/HotKeys.h"
 #include "platform/x11/X11Session.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/SupportReport.h"
+#include "ui/ShortcutRecorder.h"
+#include "ui/WebsitePasswordManager.h"
 
 #include <QApplication>
 #include <QDir>
@@ -104,12 +107,49 @@ void Controller::awakeFromNib()
     gPrefs->setInteger(normalizedGeneratedPasswordLength(gPrefs->integerForKey(Pref::GeneratedPasswordLength)),
                        Pref::GeneratedPasswordLength);
     gPrefs->synchronize();
+    if (!m_hotKeys && (m_hotKeys = HotKeys::createForApplication(this))) {
+        connect(m_hotKeys, &HotKeys::hotKeyPressed, this, &Controller::hotKeyHandler);
+        SRValidator::setSystemShortcuts(m_hotKeys);
+    }
+    SRValidator::setMainMenuSource(&ShortcutRecorder::applicationMenus);
+    registerHotKeys();
     if (!gRecentWebsitesMenu) {
         gRecentWebsitesMenu = new QMenu(QStringLiteral("Go To Recent Website"));
         gRecentWebsitesMenu->addAction(QStringLiteral("Clear Menu"))->setEnabled(false);
     }
     PasswordFile::removeLeftoverScratchDirectories();
     connect(qApp, &QCoreApplication::aboutToQuit, this, &Controller::applicationWillTerminate);
+}
+
+void Controller::registerHotKeys()
+{
+    if (!m_hotKeys)
+        return;
+    m_hotKeys->registerHotKey(1, gPrefs->uInt32ForKey(Pref::HotkeyCodeUserID), gPrefs->uInt32ForKey(Pref::HotkeyUserIDModifierFlags));
+    m_hotKeys->registerHotKey(2, gPrefs->uInt32ForKey(Pref::HotkeyCodePassword), gPrefs->uInt32ForKey(Pref::HotkeyPasswordModifierFlags));
+}
+
+void Controller::unRegisterHotKeys()
+{
+    if (!m_hotKeys)
+        return;
+    m_hotKeys->unregisterHotKey(1);
+    m_hotKeys->unregisterHotKey(2);
+}
+
+bool Controller::hotKeyHandler(quint32 id)
+{
+    // The current document gates, the current manager types: a re-locked document clears only
+    // the former, which silences both keys until its password is entered again.
+    if (!gWebsiteDocument || !gWPM)
+        return false;
+    if (id == 1)
+        gWPM->handleUserIDFromHotkey(true);
+    else if (id == 2)
+        gWPM->pastePasswordFromHotkey(true);
+    else
+        return false;
+    return true;
 }
 
 void Controller::warnAuthorization()
@@ -295,6 +335,8 @@ void Controller::quit()
 void Controller::preferences()
 {
     PreferencesDialog panel(QApplication::activeWindow());
+    panel.unRegisterHotKeys = [this] { unRegisterHotKeys(); };
+    panel.registerHotKeys = [this] { registerHotKeys(); };
     panel.runPreferences();
 }
 

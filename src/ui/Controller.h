@@ -14,6 +14,7 @@ class QLineEdit;
 
 namespace tess {
 
+class HotKeys;
 class Keychain;
 class MyDocument;
 
@@ -48,6 +49,13 @@ public:
     void preferences();
     void emailTheAuthor();
 
+    // The two system-wide hot keys, from the settings; a refused combination stays unregistered.
+    void registerHotKeys();
+    void unRegisterHotKeys();
+    // hotKeyHandler: a press of hot key 1 (user ID) or 2 (password); answers whether it went to gWPM.
+    static bool hotKeyHandler(quint32 id);
+    HotKeys *hotKeys() const { return m_hotKeys; }
+
     QList<MyDocument *> documents() const;
     MyDocument *documentForPath(const QString &path) const;
 
@@ -64,6 +72,7 @@ private:
     Keychain *m_keychain;
     QList<QPointer<MyDocument>> m_documents;
     bool m_terminating = false;
+    HotKeys *m_hotKeys = nullptr;
 };
 
 // "generatedPasswordLength" as start-up normalises it (0 counts as 16).

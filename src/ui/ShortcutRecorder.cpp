@@ -4,6 +4,8 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QMenu>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPainterPath>
@@ -75,6 +77,26 @@ int keyCodeForQtKey(int key)
     return table.value(key, -1);
 }
 
+QList<SRMenuItem> menuItems(const QList<QAction *> &actions)
+{
+    QList<SRMenuItem> items;
+    for (QAction *action : actions) {
+        if (action->isSeparator())
+            continue;
+        SRMenuItem item;
+        item.title = action->text().remove(u'&');
+        if (!action->shortcut().isEmpty()) {
+            const QKeyCombination combo = action->shortcut()[0];
+            item.keyEquivalent = QKeySequence(combo.key()).toString(QKeySequence::PortableText);
+            item.modifierFlags = cocoaFlagsForQt(combo.keyboardModifiers());
+        }
+        if (QMenu *submenu = action->menu())
+            item.submenu = menuItems(submenu->actions());
+        items.append(item);
+    }
+    return items;
+}
+
 const XkbKeyboardLayout *xkbLayout()
 {
     return dynamic_cast<const XkbKeyboardLayout *>(SRKeyCodeTransformer::keyboardLayout());
@@ -119,6 +141,15 @@ ShortcutRecorder::~ShortcutRecorder()
 void ShortcutRecorder::setValidator(std::function<bool(int, quint64, QString *)> isTaken)
 {
     m_cell.isKeyCodeAndFlagsTakenHook = std::move(isTaken);
+}
+
+QList<SRMenuItem> ShortcutRecorder::applicationMenus()
+{
+    QList<SRMenuItem> menus;
+    for (QWidget *window : QApplication::topLevelWidgets())
+        for (QMenuBar *bar : window->findChildren<QMenuBar *>())
+            menus += menuItems(bar->actions());
+    return menus;
 }
 
 QSize ShortcutRecorder::sizeHint() const

@@ -35,6 +35,9 @@ public:
 
     QSize sizeHint() const override;
 
+    // The menus of the application's windows, for the validator's menu search.
+    static QList<SRMenuItem> applicationMenus();
+
 Q_SIGNALS:
     // A new combination (recorded, cleared or set); keyCode 0xFFFFFFFF (-1) when cleared.
     void shortcutChanged(quint32 keyCode, quint64 flags);

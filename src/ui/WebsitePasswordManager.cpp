@@ -81,4 +81,14 @@ void WebsitePasswordManager::clearRecentWebsiteMenu()
     rebuild();
 }
 
+void WebsitePasswordManager::handleUserIDFromHotkey(bool fromHotkey)
+{
+    Q_UNUSED(fromHotkey);
+}
+
+void WebsitePasswordManager::pastePasswordFromHotkey(bool fromHotkey)
+{
+    Q_UNUSED(fromHotkey);
+}
+
 } // namespace tess

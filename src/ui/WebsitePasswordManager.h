@@ -30,6 +30,10 @@ public:
     void renameRecentWebsiteTitle(const QString &from, const QString &to);
     void clearRecentWebsiteMenu();
 
+    // The hot keys: type the current entry's user ID, or its password, into the window in front.
+    void handleUserIDFromHotkey(bool fromHotkey);
+    void pastePasswordFromHotkey(bool fromHotkey);
+
 private:
     void rebuild();
 
