@@ -9,6 +9,8 @@
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
+#include "ui/PreferencesDialog.h"
+#include "ui/SupportReport.h"
 #include "ui/ShortcutRecorder.h"
 #include "ui/WebsitePasswordManager.h"
 
@@ -412,6 +414,19 @@ void Controller::quit()
 {
     applicationWillTerminate();
     QApplication::quit();
+}
+
+void Controller::preferences()
+{
+    PreferencesDialog panel(QApplication::activeWindow());
+    panel.unRegisterHotKeys = [this] { unRegisterHotKeys(); };
+    panel.registerHotKeys = [this] { registerHotKeys(); };
+    panel.runPreferences();
+}
+
+void Controller::emailTheAuthor()
+{
+    tess::emailTheAuthor(QApplication::activeWindow());
 }
 
 } // namespace tess

@@ -52,6 +52,10 @@ public:
     // applicationWillTerminate: remember and close the open files.
     void applicationWillTerminate();
     void quit();
+    // preferences: the preferences panel, over the active window or alone; emailTheAuthor: the
+    // support report.
+    void preferences();
+    void emailTheAuthor();
 
     // The two system-wide hot keys, from the settings; a refused combination stays unregistered.
     void registerHotKeys();

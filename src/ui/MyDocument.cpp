@@ -8,6 +8,7 @@
 #include "ui/Controller.h"
 #include "ui/EntryEditor.h"
 #include "ui/Globals.h"
+#include "ui/Help.h"
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
 #include "ui/WebsitePasswordManager.h"
@@ -287,8 +288,17 @@ void MyDocument::buildMenus()
     QAction *previous = editMenu->addAction(QStringLiteral("Find Previous"));
     previous->setShortcut(QKeySequence::FindPrevious);
     connect(previous, &QAction::triggered, this, [this] { search(false); });
+    editMenu->addSeparator();
+    QAction *preferences = editMenu->addAction(QStringLiteral("Preferences…"));
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setMenuRole(QAction::PreferencesRole);
+    connect(preferences, &QAction::triggered, this, [] {
+        if (gController)
+            gController->preferences();
+    });
 
     QMenu *help = menuBar()->addMenu(QStringLiteral("&Help"));
+    addHelpMenuItems(help);
     connect(help->addAction(QStringLiteral("About Tessaline")), &QAction::triggered, this, [this] {
         prompt(QStringLiteral("Tessaline %1\nA password manager that logs you in.").arg(QApplication::applicationVersion()),
                QStringLiteral("OK"));
