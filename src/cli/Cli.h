@@ -13,6 +13,7 @@ enum ExitCode {
     ExitCannotOpen = 2,
     ExitCannotWrite = 3,
     ExitNoSuchEntry = 4,
+    ExitLeftOver = 5, // import: some records were not imported
 };
 
 // Writes "tessaline-cli: <message>" to standard error.
