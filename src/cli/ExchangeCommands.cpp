@@ -6,7 +6,6 @@
 #include "core/generator/GeneratePassword.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 #include <cstdio>
 
@@ -146,12 +145,9 @@ int writeExport(const QString &path, const QString &text)
                         && std::fflush(stdout) == 0;
         return ok ? ExitOK : ExitCannotWrite;
     }
-    // The export holds every secret in the clear: readable by its owner only.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)
-        || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
-        || file.write(bytes) != bytes.size() || !file.commit()) {
-        error(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
+    QString why;
+    if (!writeExportFile(path, text, &why)) {
+        error(QStringLiteral("cannot write %1: %2").arg(path, why));
         return ExitCannotWrite;
     }
     return ExitOK;

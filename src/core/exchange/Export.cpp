@@ -1,5 +1,7 @@
 #include "core/exchange/Export.h"
 
+#include <QSaveFile>
+
 #include <algorithm>
 
 namespace tess {
@@ -27,6 +29,18 @@ QString exportCsv(const EntryList &list, const QList<qsizetype> &rows, qsizetype
     if (count)
         *count = written;
     return text;
+}
+
+bool writeExportFile(const QString &path, const QString &text, QString *error)
+{
+    const QByteArray bytes = text.toUtf8();
+    QSaveFile file(path);
+    if (file.open(QIODevice::WriteOnly) && file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
+        && file.write(bytes) == bytes.size() && file.commit())
+        return true;
+    if (error)
+        *error = file.errorString();
+    return false;
 }
 
 QString exportDebugLine(qsizetype count, qsizetype characters, const QString &error)

@@ -16,6 +16,10 @@ inline const QString kCsvHeaderLine = QStringLiteral("Title,URL,Username,Passwor
 // out of range are ignored. Answers the number of rows written in *count.
 QString exportCsv(const EntryList &list, const QList<qsizetype> &rows, qsizetype *count = nullptr);
 
+// Writes the export text atomically in UTF-8, readable by its owner only: it holds every
+// secret in the clear. False, with *error describing why, when it could not be written.
+bool writeExportFile(const QString &path, const QString &text, QString *error = nullptr);
+
 // The line the diagnostics report keeps about an export; error empty when the write succeeded.
 QString exportDebugLine(qsizetype count, qsizetype characters, const QString &error);
 
