@@ -10,6 +10,7 @@
 #include "support/TestSupport.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -191,20 +192,20 @@ private Q_SLOTS:
         // Add, try a taken name, then a free one.
         bool warnedForTaken = false, saveDisabledForTaken = false;
         inEditor(doc, [doc] { doc->addButton->click(); }, [&](MyDocument *d) {
-            QCOMPARE(d->nameText->text(), QString("(New)"));
-            QTest::keyClicks(d->nameText, "x"); // something changed
-            d->nameText->setText("Bank");
-            warnedForTaken = d->nameExistsWarning->isVisible();
-            saveDisabledForTaken = !d->okButton->isEnabled();
-            d->nameText->setText("bank"); // other case is another name
-            QVERIFY(d->okButton->isEnabled());
-            d->nameText->clear();
-            QVERIFY(d->nameExistsWarning->isVisible());
-            d->nameText->setText("Brokerage");
-            d->urlText->setText("https://broker.example");
-            d->userID2Text->setText("");
-            QVERIFY(d->okButton->isEnabled());
-            d->okButton->click();
+            QCOMPARE(d->pwDataCalloutView->nameText->text(), QString("(New)"));
+            QTest::keyClicks(d->pwDataCalloutView->nameText, "x"); // something changed
+            d->pwDataCalloutView->nameText->setText("Bank");
+            warnedForTaken = d->pwDataCalloutView->nameExistsWarning->isVisible();
+            saveDisabledForTaken = !d->pwDataCalloutView->okButton->isEnabled();
+            d->pwDataCalloutView->nameText->setText("bank"); // other case is another name
+            QVERIFY(d->pwDataCalloutView->okButton->isEnabled());
+            d->pwDataCalloutView->nameText->clear();
+            QVERIFY(d->pwDataCalloutView->nameExistsWarning->isVisible());
+            d->pwDataCalloutView->nameText->setText("Brokerage");
+            d->pwDataCalloutView->urlText->setText("https://broker.example");
+            d->pwDataCalloutView->userID2Text->setText("");
+            QVERIFY(d->pwDataCalloutView->okButton->isEnabled());
+            d->pwDataCalloutView->okButton->click();
         });
         QVERIFY(warnedForTaken);
         QVERIFY(saveDisabledForTaken);
@@ -259,15 +260,15 @@ private Q_SLOTS:
         QVERIFY(doc);
         selectByName(doc, "Bank");
         inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
-            d->nameText->setText("Zebra Bank");
-            d->okButton->click();
+            d->pwDataCalloutView->nameText->setText("Zebra Bank");
+            d->pwDataCalloutView->okButton->click();
         });
         QCOMPARE(names(doc->file().passwordArray()), (QStringList{"Mail", "Shop", "Zebra Bank"}));
         QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{2});
         QCOMPARE(doc->file().recentWebsiteTitles(), QStringList{"Zebra Bank"});
         // An unchanged entry cannot be saved.
         inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
-            QVERIFY(!d->okButton->isEnabled());
+            QVERIFY(!d->pwDataCalloutView->okButton->isEnabled());
             d->callout->done(0);
         });
     }
@@ -326,8 +327,8 @@ private Q_SLOTS:
         QVERIFY(doc->readOnlyIcon->isVisible());
         selectByName(doc, "Bank");
         inEditor(doc, [doc] { doc->editEntry(); }, [](MyDocument *d) {
-            d->nameText->setText("Changed");
-            QVERIFY(!d->okButton->isEnabled());
+            d->pwDataCalloutView->nameText->setText("Changed");
+            QVERIFY(!d->pwDataCalloutView->okButton->isEnabled());
             d->callout->done(0);
         });
         delete doc;

@@ -52,16 +52,6 @@ EntryList sampleList()
                            {EntryKey::Password, "s3cret"}, {EntryKey::Button, ""}}};
 }
 
-EntryList listOnDisk(const QString &path)
-{
-    ScriptedDelegate d;
-    d.passwords = {QStringLiteral("pw")};
-    PasswordFile file(path, nullptr, &d);
-    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return {};
-    return file.passwordArray();
-}
-
 Entry entryNamed(const EntryList &list, const QString &name)
 {
     return list.value(entryWithName(list, name)).toMap();

@@ -11,6 +11,7 @@
 #include "support/TestSupport.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -39,16 +40,6 @@ EntryList bankList()
     return EntryList{Entry{{EntryKey::Path, "Bank"}, {EntryKey::URL, "https://bank.example"}, {EntryKey::UserID, "me"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}},
                      Entry{{EntryKey::Path, "Mail"}, {EntryKey::Notes, "the bank sends mail here"}, {EntryKey::Button, ""}},
                      Entry{{EntryKey::Path, "Shop"}, {EntryKey::UserID2, "BANKER"}, {EntryKey::Button, ""}, {EntryKey::Notes, ""}}};
-}
-
-EntryList listOnDisk(const QString &path, const QString &password = "pw")
-{
-    ScriptedDelegate d;
-    d.passwords = {password};
-    PasswordFile file(path, nullptr, &d);
-    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return {};
-    return file.passwordArray();
 }
 
 // Go To URL opens the address in a stand-in for the browser that notes it down in
@@ -188,11 +179,11 @@ private Q_SLOTS:
         const QString name = "Bank " + m;
         ModalResponder editor;
         editor.then([&](QWidget *) {
-            doc->nameText->setText(name);
-            doc->urlText->setText("https://bank.example/login");
-            doc->passwordText->setText(m + "-password");
-            doc->notesText->setPlainText(m + "-notes");
-            doc->okButton->click();
+            doc->pwDataCalloutView->nameText->setText(name);
+            doc->pwDataCalloutView->urlText->setText("https://bank.example/login");
+            doc->pwDataCalloutView->passwordText->setText(m + "-password");
+            doc->pwDataCalloutView->notesText->setPlainText(m + "-notes");
+            doc->pwDataCalloutView->okButton->click();
         });
         doc->addButton->click();
         QTRY_VERIFY(editor.done());

@@ -5,7 +5,7 @@ namespace tess {
 Controller *gController = nullptr;
 QPointer<MyDocument> gWebsiteDocument;
 WebsitePasswordManager *gWPM = nullptr;
-Entry *gWebsiteItem = nullptr;
+CurrentEntry gWebsiteItem;
 int gPasteCode = 9;
 QString gDebugInfo;
 QMenu *gRecentWebsitesMenu = nullptr;

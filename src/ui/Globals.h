@@ -1,7 +1,7 @@
 #pragma once
 // Process-wide current state: the document and entry the hot keys and menus act on.
 
-#include "core/entries/Entry.h"
+#include "ui/CurrentEntry.h"
 
 #include <QPointer>
 #include <QString>
@@ -19,7 +19,7 @@ extern Controller *gController;
 // (the single selected row, or the copy open in the editor).
 extern QPointer<MyDocument> gWebsiteDocument;
 extern WebsitePasswordManager *gWPM;
-extern Entry *gWebsiteItem;
+extern CurrentEntry gWebsiteItem;
 // The virtual key code of "v", for paste keystrokes.
 extern int gPasteCode;
 extern QString gDebugInfo;

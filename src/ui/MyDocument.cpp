@@ -7,6 +7,7 @@
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
 #include "ui/ExportPanel.h"
+#include "ui/EntryEditor.h"
 #include "ui/Globals.h"
 #include "ui/ImportDialog.h"
 #include "ui/Panels.h"
@@ -18,7 +19,6 @@
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QFileInfo>
-#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -80,12 +80,10 @@ MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *
 MyDocument::~MyDocument()
 {
     // The current entry can be this window's while no window is main (after a re-lock).
-    if (gWebsiteItem == &m_selectedEntry || gWebsiteItem == &m_editedEntry)
-        gWebsiteItem = nullptr;
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -177,56 +175,14 @@ void MyDocument::buildWindow()
 
 void MyDocument::buildEditor()
 {
-    pwDataCalloutView = new QWidget(this);
+    pwDataCalloutView = new EntryEditor(this);
     pwDataCalloutView->hide();
-    nameText = new QLineEdit;
-    urlText = new QLineEdit;
-    userID1Text = new QLineEdit;
-    userID2Text = new QLineEdit;
-    passwordText = new QLineEdit;
-    notesText = new QPlainTextEdit;
-    notesText->setTabChangesFocus(true);
-    notesText->setMinimumHeight(90);
-    const QList<QPair<QWidget *, const char *>> named = {{nameText, "nameText"}, {urlText, "urlText"}, {userID1Text, "userID1Text"},
-                                                         {userID2Text, "userID2Text"}, {passwordText, "passwordText"},
-                                                         {notesText, "notesText"}};
-    for (const auto &[w, n] : named)
-        w->setObjectName(QLatin1String(n));
-    nameExistsWarning = new QLabel(QStringLiteral("An entry needs a name that no other entry has."));
-    nameExistsWarning->setStyleSheet(QStringLiteral("color: #b00020"));
-    nameExistsWarning->hide();
-    okButton = new QPushButton(QStringLiteral("Save"));
-    okButton->setDefault(true);
-    okButton->setObjectName(QStringLiteral("okButton"));
-    auto *cancelButton = new QPushButton(QStringLiteral("Cancel"));
-    cancelButton->setObjectName(QStringLiteral("cancelButton"));
-
-    auto *form = new QFormLayout;
-    form->addRow(QStringLiteral("&Name:"), nameText);
-    form->addRow(QString(), nameExistsWarning);
-    form->addRow(QStringLiteral("&Website:"), urlText);
-    form->addRow(QStringLiteral("&User ID:"), userID1Text);
-    form->addRow(QStringLiteral("User ID &2:"), userID2Text);
-    form->addRow(QStringLiteral("&Password:"), passwordText);
-    form->addRow(QStringLiteral("N&otes:"), notesText);
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(cancelButton);
-    buttons->addWidget(okButton);
-    auto *layout = new QVBoxLayout(pwDataCalloutView);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addLayout(form);
-    // Room for the login options, which join the editor with the login sequences.
-    layout->addLayout(buttons);
-
-    for (QLineEdit *e : {nameText, urlText, userID1Text, userID2Text, passwordText})
-        connect(e, &QLineEdit::textChanged, this, [this, e] { editorFieldChanged(e); });
-    connect(notesText, &QPlainTextEdit::textChanged, this, [this] { editorFieldChanged(notesText); });
-    connect(okButton, &QPushButton::clicked, this, [this] {
+    connect(pwDataCalloutView, &EntryEditor::edited, this, &MyDocument::setEnabledForCalloutSaveChanges);
+    connect(pwDataCalloutView, &EntryEditor::saveChosen, this, [this] {
         if (callout)
             callout->done(1);
     });
-    connect(cancelButton, &QPushButton::clicked, this, [this] {
+    connect(pwDataCalloutView, &EntryEditor::cancelChosen, this, [this] {
         if (callout)
             callout->done(0);
     });
@@ -370,6 +326,8 @@ void MyDocument::openDatabase()
     m_opened = true;
     const bool writable = m_file.PWFileWriteable();
     readOnlyIcon->setVisible(!writable);
+    if (!writable)
+        pwDataCalloutView->disableUI();
     addButton->setVisible(writable);
     deleteButton->setVisible(writable);
     duplicateButton->setVisible(writable);
@@ -455,7 +413,7 @@ void MyDocument::reloadTable()
     // The list may have been read again or merged: a single selected entry stays selected
     // (and current) wherever it is now, rather than whatever took its row.
     const QList<int> rows = passwordTable->selectedRows();
-    const QString selected = rows.size() == 1 ? m_selectedEntry.value(EntryKey::Path).toString() : QString();
+    const QString selected = rows.size() == 1 ? m_selectedName : QString();
     passwordTable->reloadData();
     if (!selected.isNull()) {
         const qsizetype row = entryWithName(m_file.passwordArray(), selected);
@@ -497,11 +455,12 @@ void MyDocument::selectionDidChange()
     const bool one = rows.size() == 1;
     duplicateButton->setEnabled(writable && one);
     if (one && !callout) {
-        m_selectedEntry = m_file.passwordArray().value(rows.first()).toMap();
+        m_selectedName = entryName(m_file.passwordArray().value(rows.first()));
         if (gWebsiteDocument == this || !gWebsiteDocument)
-            gWebsiteItem = &m_selectedEntry;
-    } else if (!callout && gWebsiteItem == &m_selectedEntry) {
-        gWebsiteItem = nullptr;
+            gWebsiteItem.setListEntry(this, m_selectedName);
+    } else if (!callout) {
+        m_selectedName.clear();
+        gWebsiteItem.forget(this);
     }
     notFoundMessage->hide();
     validateMenuItems();
@@ -604,28 +563,18 @@ void MyDocument::goToRecent(const QString &title)
 void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
 {
     saveMsg->hide();
-    m_originalEntry = m_file.passwordArray().value(row).toMap();
-    m_editedEntry = m_originalEntry;
-    nameExistsWarning->hide();
-    m_filling = true;
-    nameText->setText(m_editedEntry.value(EntryKey::Path).toString());
-    urlText->setText(m_editedEntry.value(EntryKey::URL).toString());
-    userID1Text->setText(m_editedEntry.value(EntryKey::UserID).toString());
-    userID2Text->setText(m_editedEntry.value(EntryKey::UserID2).toString());
-    passwordText->setText(m_editedEntry.value(EntryKey::Password).toString());
-    notesText->setPlainText(m_editedEntry.value(EntryKey::Notes).toString());
-    m_filling = false;
+    const Entry entry = m_file.passwordArray().value(row).toMap();
+    QStringList entryNames;
+    for (const QVariant &v : m_file.passwordArray())
+        entryNames.append(entryName(v));
+    if (creating)
+        entryNames.removeLast();
+    else
+        entryNames.removeAll(entry.value(EntryKey::Path).toString());
+    pwDataCalloutView->load(entry, entryNames);
     gWebsiteDocument = this;
     gWPM = m_wpm;
-    gWebsiteItem = &m_editedEntry;
-
-    m_entryNames.clear();
-    for (const QVariant &v : m_file.passwordArray())
-        m_entryNames.append(entryName(v));
-    if (creating)
-        m_entryNames.removeLast();
-    else
-        m_entryNames.removeAll(nameText->text());
+    gWebsiteItem.setEditedEntry(this, &pwDataCalloutView->editedEntry());
     setEnabledForCalloutSaveChanges();
     passwordTable->selectRowAlone(row);
     passwordTable->scrollTo(passwordTable->model()->index(row, 0));
@@ -646,8 +595,9 @@ void MyDocument::finishRunCallout(int row, bool creating)
 {
     if (!callout)
         return;
-    notesText->moveCursor(QTextCursor::Start);
-    nameText->setFocus();
+    pwDataCalloutView->notesText->moveCursor(QTextCursor::Start);
+    pwDataCalloutView->nameText->setFocus();
+    pwDataCalloutView->nameText->selectAll();
     const int code = callout->runModal();
     pwDataCalloutView->hide();
     pwDataCalloutView->setParent(this);
@@ -658,11 +608,11 @@ void MyDocument::finishRunCallout(int row, bool creating)
         updateTimer.start();
     EntryList &list = m_file.passwordArray();
     if (code == 1 && row < list.size()) {
-        const QString oldName = m_originalEntry.value(EntryKey::Path).toString();
-        const QString newName = m_editedEntry.value(EntryKey::Path).toString();
+        const QString oldName = pwDataCalloutView->originalEntry().value(EntryKey::Path).toString();
+        const QString newName = pwDataCalloutView->editedEntry().value(EntryKey::Path).toString();
         if (oldName != newName)
             m_wpm->renameRecentWebsiteTitle(oldName, newName);
-        list[row] = m_editedEntry;
+        list[row] = pwDataCalloutView->editedEntry();
         passwordTable->reloadData();
         passwordTable->selectRowAlone(row);
         QWCellTableViewArrayChanged();
@@ -674,34 +624,9 @@ void MyDocument::finishRunCallout(int row, bool creating)
     selectionDidChange();
 }
 
-void MyDocument::editorFieldChanged(QWidget *field)
-{
-    if (m_filling)
-        return;
-    if (field == nameText)
-        m_editedEntry.insert(EntryKey::Path, nameText->text());
-    else if (field == notesText)
-        m_editedEntry.insert(EntryKey::Notes, notesText->toPlainText());
-    else if (field == urlText)
-        m_editedEntry.insert(EntryKey::URL, urlText->text());
-    else if (field == userID1Text)
-        m_editedEntry.insert(EntryKey::UserID, userID1Text->text());
-    else if (field == userID2Text) {
-        if (userID2Text->text().isEmpty())
-            m_editedEntry.remove(EntryKey::UserID2);
-        else
-            m_editedEntry.insert(EntryKey::UserID2, userID2Text->text());
-    } else if (field == passwordText)
-        m_editedEntry.insert(EntryKey::Password, passwordText->text());
-    setEnabledForCalloutSaveChanges();
-}
-
 void MyDocument::setEnabledForCalloutSaveChanges()
 {
-    const QString name = nameText->text();
-    const bool valid = !name.isEmpty() && !m_entryNames.contains(name);
-    nameExistsWarning->setVisible(!valid);
-    okButton->setEnabled(m_file.PWFileWriteable() && valid && m_editedEntry != m_originalEntry);
+    pwDataCalloutView->setEnabledForCalloutSaveChanges(m_file.PWFileWriteable());
 }
 
 bool MyDocument::prompt(const QString &message, const QString &defaultChoice, const QString &otherChoice)
@@ -814,10 +739,11 @@ void MyDocument::setPromptForPassword()
 {
     passwordTimer.stop();
     m_promptForPassword = true;
+    // A locked document's entry is typed by no hot key.
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
 }
 
@@ -854,11 +780,11 @@ void MyDocument::closeEvent(QCloseEvent *event)
     updateTimer.stop();
     passwordTimer.stop();
     m_file.close();
+    gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         m_wpm->initRecentWebsitesMenu(gRecentWebsitesMenu, {});
         gWebsiteDocument = nullptr;
         gWPM = nullptr;
-        gWebsiteItem = nullptr;
     }
     m_opened = false;
     Q_EMIT closed(this);

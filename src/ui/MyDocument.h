@@ -12,13 +12,13 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QMenu;
-class QPlainTextEdit;
 class QPushButton;
 class QToolButton;
 
 namespace tess {
 
 class CXAttachedWindow;
+class EntryEditor;
 class ChangePasswordPanel;
 class Keychain;
 class PasswordPanel;
@@ -89,11 +89,7 @@ public:
     PromptPanel *promptPanel;
     ChangePasswordPanel *framisChangePanel;
     QPointer<CXAttachedWindow> callout;
-    QWidget *pwDataCalloutView;
-    QLineEdit *nameText, *urlText, *userID1Text, *userID2Text, *passwordText;
-    QPlainTextEdit *notesText;
-    QLabel *nameExistsWarning;
-    QPushButton *okButton;
+    EntryEditor *pwDataCalloutView;
     QAction *keychainMenuItem;
     QTimer updateTimer;
     QTimer passwordTimer;
@@ -113,7 +109,6 @@ private:
     void buildEditor();
     void selectionDidChange();
     void finishRunCallout(int row, bool creating);
-    void editorFieldChanged(QWidget *field);
     void reloadTable();
     // Reads the file again if it changed outside; answers where the entry at `row` is now
     // (-1 when it is gone).
@@ -127,11 +122,8 @@ private:
     bool m_isMain = false;
     bool m_promptForPassword = false;
     int m_promptForPasswordOption = 0;
-    Entry m_originalEntry;
-    Entry m_editedEntry;
-    Entry m_selectedEntry;
-    QStringList m_entryNames;
-    bool m_filling = false;
+    // The name of the single selected entry, for following it when the list is replaced.
+    QString m_selectedName;
 };
 
 } // namespace tess

@@ -168,4 +168,14 @@ int CliOnTerminal::finish(int ms)
     return ended && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
+QVariantList listOnDisk(const QString &path, const QString &password)
+{
+    ScriptedDelegate d;
+    d.passwords = {password};
+    PasswordFile file(path, nullptr, &d);
+    if (file.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
+        return {};
+    return file.passwordArray();
+}
+
 } // namespace tess::testsupport

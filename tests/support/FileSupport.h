@@ -47,6 +47,9 @@ QByteArray readBytes(const QString &path); // empty when it cannot be read
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,
                  const QStringList &titles = {});
 
+// The entry list in the package as another program would read it now; empty if it cannot.
+QVariantList listOnDisk(const QString &path, const QString &password = QStringLiteral("pw"));
+
 // The scratch directories in the home folder (".QVM.*").
 QStringList scratchDirectories();
 
