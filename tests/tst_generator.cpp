@@ -198,6 +198,21 @@ private Q_SLOTS:
         }
         QVERIFY2(biasedChi2 > bound, qPrintable(QStringLiteral("skewed chi2 %1, bound %2").arg(biasedChi2).arg(bound)));
     }
+
+    void oldPasswordKeptInTheNotes()
+    {
+        const QDateTime when(QDate(2024, 3, 7), QTime(16, 5));
+        QCOMPARE(notesWithOldPassword("x", "abc", when), QStringLiteral("x\n07/03/2024 4:05 PM: Password was: abc\n"));
+        QCOMPARE(notesWithOldPassword("x\n", "abc", when), QStringLiteral("x\n07/03/2024 4:05 PM: Password was: abc\n"));
+        QCOMPARE(notesWithOldPassword("", "abc", QDateTime(QDate(2024, 12, 31), QTime(0, 9))),
+                 QStringLiteral("31/12/2024 12:09 AM: Password was: abc\n"));
+        QCOMPARE(notesWithOldPassword("x\r", "abc", when), QStringLiteral("x\r\n07/03/2024 4:05 PM: Password was: abc\n"));
+        QCOMPARE(notesWithOldPassword("x", "", when), QStringLiteral("x"));
+        // Whatever the user's locale.
+        QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+        QCOMPARE(notesWithOldPassword("", "p", when), QStringLiteral("07/03/2024 4:05 PM: Password was: p\n"));
+        QLocale::setDefault(QLocale::c());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestGenerator)

@@ -7,7 +7,12 @@
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "support/TestSupport.h"
+#include "core/app/QWPrefs.h"
+#include "core/generator/GeneratePassword.h"
+#include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
+#include "ui/GeneratorCallout.h"
 #include "ui/Globals.h"
 #include "ui/ImportDialog.h"
 #include "ui/MyDocument.h"
@@ -18,6 +23,9 @@
 #include <QAbstractItemModel>
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileDialog>
@@ -316,6 +324,143 @@ private Q_SLOTS:
         doc->validateMenuItems();
         QVERIFY(!fileMenuItem(doc, QStringLiteral("Print…"))->isEnabled());
         QVERIFY(fileMenuItem(doc, QStringLiteral("Page Setup…"))->isEnabled());
+    }
+
+
+    // ---- The generator's callout ----
+
+    // Opens the editor on Bank and the generator from it; `generate` answers the generator's
+    // callout, `after` sees the editor afterwards and ends it.
+    void inGenerator(MyDocument *doc, const std::function<void(EntryEditor *)> &before, const std::function<void(GeneratorCallout *, QWidget *)> &generate,
+                     const std::function<void(EntryEditor *)> &after)
+    {
+        selectByName(doc, QStringLiteral("Bank"));
+        ModalResponder r;
+        bool checked = false;
+        r.then([&](QWidget *) {
+            EntryEditor *e = doc->pwDataCalloutView;
+            before(e);
+            // Pressed once this answer is over: the generator's callout runs its own loop.
+            QTimer::singleShot(0, e->generateButton, [e] { QTest::mouseClick(e->generateButton, Qt::LeftButton); });
+        });
+        r.then([&](QWidget *w) {
+            auto *view = w->findChild<GeneratorCallout *>();
+            QVERIFY2(view, "expected the generator's callout");
+            generate(view, w);
+            // The editor, once the generator's callout is gone.
+            QTimer::singleShot(200, doc, [&, doc] {
+                after(doc->pwDataCalloutView);
+                checked = true;
+                if (doc->callout && doc->callout->isVisible()) // whatever failed above, the editor closes
+                    doc->callout->done(0);
+            });
+        });
+        doc->editEntry();
+        QTRY_VERIFY(r.done());
+        QTRY_VERIFY(checked);
+        QTRY_VERIFY(!doc->callout);
+        QTRY_VERIFY(!doc->saveMsg->isVisible());
+    }
+
+    void generatorReplacesThePasswordAndKeepsTheOldOne()
+    {
+        MyDocument *doc = openSample();
+        QVERIFY(doc);
+        gPrefs->setInteger(12, Pref::GeneratedPasswordLength);
+        QString generated;
+        const QDateTime started = QDateTime::currentDateTime();
+        inGenerator(
+            doc,
+            [](EntryEditor *e) {
+                e->notesText->setPlainText(QStringLiteral("x"));
+                e->showBullets();
+            },
+            [&](GeneratorCallout *view, QWidget *callout) {
+                // Attached to the password field, as it shows.
+                QLineEdit *field = doc->pwDataCalloutView->securePassword;
+                const int fieldY = field->mapToGlobal(QPoint(0, field->height() / 2)).y();
+                QVERIFY2(qAbs(callout->geometry().top() - fieldY) < 40 || qAbs(callout->geometry().bottom() - fieldY) < 40,
+                         qPrintable(QStringLiteral("%1 %2").arg(callout->geometry().top()).arg(fieldY)));
+                // The defaults: the preference's length, with special characters.
+                QCOMPARE(view->passwordLengthPopup->currentData().toInt(), 12);
+                QVERIFY(view->includeSpecialsSwitch->isChecked());
+                QList<int> tags;
+                for (int i = 0; i < view->passwordLengthPopup->count(); ++i)
+                    tags.append(view->passwordLengthPopup->itemData(i).toInt());
+                QCOMPARE(tags, QList<int>(std::begin(kOfferedPasswordLengths), std::end(kOfferedPasswordLengths)));
+                view->passwordLengthPopup->setCurrentIndex(view->indexForLength(16));
+                QTest::keyClick(view->includeSpecialsSwitch, Qt::Key_Space);
+                QVERIFY(!view->includeSpecialsSwitch->isChecked());
+                view->okButton->click();
+            },
+            [&](EntryEditor *e) {
+                // The new password shows in plain text; the old one is in the notes.
+                QVERIFY(e->passwordText->isVisible());
+                generated = e->passwordText->text();
+                QCOMPARE(generated.size(), 16);
+                QVERIFY(!generated.contains(QRegularExpression(QStringLiteral("[!\\-#$%+&()*\\[\\]IOU]"))));
+                const QString notes = e->notesText->toPlainText();
+                const QRegularExpression stamp(QStringLiteral("^x\\n(\\d\\d/\\d\\d/\\d{4} \\d{1,2}:\\d\\d [AP]M): Password was: pw\\n$"));
+                const auto m = stamp.match(notes);
+                QVERIFY2(m.hasMatch(), qPrintable(notes));
+                const QDateTime when = QLocale::c().toDateTime(m.captured(1), QStringLiteral("dd/MM/yyyy h:mm AP"));
+                QVERIFY2(qAbs(when.secsTo(started)) < 120, qPrintable(m.captured(1)));
+                QVERIFY(e->okButton->isEnabled());
+                e->okButton->click();
+            });
+        const Entry bank = entryNamed(listOnDisk(doc->filePath()), QStringLiteral("Bank"));
+        QCOMPARE(bank.value(EntryKey::Password).toString(), generated);
+        QCOMPARE(bank.value(EntryKey::PasswordLength).toInt(), 16);
+        QCOMPARE(bank.value(EntryKey::IncludeSpecials).toBool(), false);
+        QVERIFY(bank.value(EntryKey::Notes).toString().endsWith(QStringLiteral(": Password was: pw\n")));
+    }
+
+    void generatorCancelledLeavesPasswordAndNotes()
+    {
+        MyDocument *doc = openSample();
+        QVERIFY(doc);
+        // Out of the generator's bounds: brought within them.
+        gPrefs->setInteger(99, Pref::GeneratedPasswordLength);
+        inGenerator(
+            doc, [](EntryEditor *) {},
+            [](GeneratorCallout *view, QWidget *) {
+                QCOMPARE(view->passwordLengthPopup->currentData().toInt(), int(kMaxPasswordLength));
+                view->passwordLengthPopup->setCurrentIndex(0);
+                view->cancelButton->click();
+            },
+            [](EntryEditor *e) {
+                QCOMPARE(e->passwordText->text(), QStringLiteral("pw"));
+                QCOMPARE(e->notesText->toPlainText(), QString());
+                // The two defaults stay in the entry.
+                QCOMPARE(e->editedEntry().value(EntryKey::PasswordLength).toInt(), 99);
+                QCOMPARE(e->editedEntry().value(EntryKey::IncludeSpecials), QVariant(true));
+                e->cancelButton->click();
+            });
+        QCOMPARE(doc->file().passwordArray(), sampleList());
+    }
+
+    void generatingOverAnEmptyPasswordAddsNoNote()
+    {
+        EntryList list = sampleList();
+        Entry bank = list[0].toMap();
+        bank.insert(EntryKey::Password, QString());
+        bank.insert(EntryKey::Notes, QStringLiteral("kept\n"));
+        bank.insert(EntryKey::PasswordLength, 6);
+        list[0] = bank;
+        MyDocument *doc = openSample(list);
+        QVERIFY(doc);
+        inGenerator(
+            doc, [](EntryEditor *) {},
+            [](GeneratorCallout *view, QWidget *) {
+                QCOMPARE(view->passwordLengthPopup->currentData().toInt(), 6);
+                view->okButton->click();
+            },
+            [](EntryEditor *e) {
+                QCOMPARE(e->passwordText->text().size(), 6);
+                QVERIFY(e->passwordText->text().contains(QRegularExpression(QStringLiteral("[!\\-#$%+&()*\\[\\]]"))));
+                QCOMPARE(e->notesText->toPlainText(), QStringLiteral("kept\n"));
+                e->cancelButton->click();
+            });
     }
 
     // ---- Import ----

@@ -8,6 +8,7 @@
 #include "ui/Controller.h"
 #include "ui/ExportPanel.h"
 #include "ui/EntryEditor.h"
+#include "ui/GeneratorCallout.h"
 #include "ui/Globals.h"
 #include "ui/ImportDialog.h"
 #include "ui/Panels.h"
@@ -178,6 +179,8 @@ void MyDocument::buildEditor()
     pwDataCalloutView = new EntryEditor(this);
     pwDataCalloutView->hide();
     connect(pwDataCalloutView, &EntryEditor::edited, this, &MyDocument::setEnabledForCalloutSaveChanges);
+    connect(pwDataCalloutView->generateButton, &QPushButton::clicked, this,
+            [this] { GeneratorCallout::generatePassword(pwDataCalloutView); });
     connect(pwDataCalloutView, &EntryEditor::saveChosen, this, [this] {
         if (callout)
             callout->done(1);

@@ -1,5 +1,7 @@
 #include "core/generator/GeneratePassword.h"
 
+#include <QLocale>
+
 #include <stdlib.h>
 #include <string.h>
 
@@ -92,6 +94,17 @@ QString GeneratePassword(std::uint32_t length, bool includeSpecials, const Rando
     // The copy is the caller's; the shared buffer keeps no secret behind.
     explicit_bzero(randomPassword, sizeof randomPassword);
     return password;
+}
+
+QString notesWithOldPassword(const QString &notes, const QString &oldPassword, const QDateTime &when)
+{
+    if (oldPassword.isEmpty())
+        return notes;
+    // The same stamp whatever the user's locale: "dd/MM/yyyy h:mm a" as Unicode patterns read
+    // it, with "AM"/"PM" (Qt's "AP"; its "a" would write them in lower case).
+    const QString date = QLocale::c().toString(when, QStringLiteral("dd/MM/yyyy h:mm AP"));
+    const QString separator = notes.isEmpty() || notes.endsWith(u'\n') ? QString() : QStringLiteral("\n");
+    return notes + separator + date + QStringLiteral(": Password was: ") + oldPassword + u'\n';
 }
 
 } // namespace tess

@@ -2,6 +2,7 @@
 // Random passwords over a fixed alphabet without the easily confused capitals I, O and U,
 // with at least one character of each required class.
 
+#include <QDateTime>
 #include <QString>
 
 #include <cstdint>
@@ -29,5 +30,10 @@ using RandomSource = std::function<std::uint32_t()>;
 // The length must lie within the bounds above (clampPasswordLength).
 QString GeneratePassword(std::uint32_t length, bool includeSpecials);
 QString GeneratePassword(std::uint32_t length, bool includeSpecials, const RandomSource &random);
+
+// The notes after a new password replaced `oldPassword` at `when`: the old one kept on a line of
+// its own, "dd/MM/yyyy h:mm a: Password was: …", after a line feed unless the notes are empty
+// or already end with one. An empty old password leaves the notes as they are.
+QString notesWithOldPassword(const QString &notes, const QString &oldPassword, const QDateTime &when);
 
 } // namespace tess
