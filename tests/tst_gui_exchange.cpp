@@ -90,6 +90,16 @@ QMap<QString, QByteArray> packageBytes(const QString &path)
     return out;
 }
 
+// Chooses the file in the open panel. The panel reads its folder in the background and may
+// not take the choice until it has: tried again until it closes.
+void chooseFile(QFileDialog *panel, const QString &path)
+{
+    panel->selectFile(path);
+    static_cast<QDialog *>(panel)->accept();
+    if (panel->isVisible())
+        QTimer::singleShot(50, panel, [panel, path] { chooseFile(panel, path); });
+}
+
 QString pdfText(const QString &pdf, const QStringList &options = {})
 {
     QProcess p;
@@ -128,8 +138,7 @@ class TestGuiExchange : public DocumentSuite {
             QVERIFY2(panel, "expected the open panel");
             QCOMPARE(panel->windowTitle(), QStringLiteral("Import Password Data"));
             QCOMPARE(panel->fileMode(), QFileDialog::ExistingFile);
-            panel->selectFile(path);
-            static_cast<QDialog *>(panel)->accept();
+            chooseFile(panel, path);
         });
         r.then([&](QWidget *w) {
             auto *dialog = qobject_cast<ImportDialog *>(w);
@@ -637,8 +646,7 @@ private Q_SLOTS:
         r.then([&](QWidget *w) {
             auto *panel = qobject_cast<QFileDialog *>(w);
             QVERIFY(panel);
-            panel->selectFile(file);
-            static_cast<QDialog *>(panel)->accept();
+            chooseFile(panel, file);
         });
         r.then([&](QWidget *w) {
             auto *prompt = qobject_cast<PromptPanel *>(w);

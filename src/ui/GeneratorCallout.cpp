@@ -25,7 +25,7 @@ GeneratorCallout::GeneratorCallout(QWidget *parent) : QWidget(parent)
     // The item's data is its tag, the length.
     for (std::uint32_t length : kOfferedPasswordLengths)
         passwordLengthPopup->addItem(QStringLiteral("%1 characters").arg(length), int(length));
-    includeSpecialsSwitch = new QCheckBox(QStringLiteral("Include special characters  !-#$%+&()*[]"));
+    includeSpecialsSwitch = new QCheckBox(QStringLiteral("Include special characters  !-#$%+&&()*[]"));
     includeSpecialsSwitch->setObjectName(QStringLiteral("includeSpecialsSwitch"));
     okButton = new QPushButton(QStringLiteral("OK"));
     okButton->setDefault(true);
