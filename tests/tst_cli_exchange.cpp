@@ -31,7 +31,7 @@ CliRun cli(QStringList args)
 }
 
 // Every file of a package and its bytes' digest.
-QMap<QString, QByteArray> packageDigest(const QString &path)
+QMap<QString, QByteArray> packageFileDigests(const QString &path)
 {
     QMap<QString, QByteArray> files;
     QDirIterator it(path, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
@@ -164,12 +164,12 @@ private Q_SLOTS:
         QFETCH(QByteArray, csv);
         QFETCH(QStringList, options);
         QVERIFY(writeBytes(file("in.csv"), csv));
-        const auto before = packageDigest(m_pkg);
+        const auto before = packageFileDigests(m_pkg);
         const CliRun r = cli(QStringList{"import", m_pkg, file("in.csv")} + options);
         QTEST(r.code, "code");
         if (r.code != 0)
             QVERIFY(!r.err.isEmpty());
-        QCOMPARE(packageDigest(m_pkg), before);
+        QCOMPARE(packageFileDigests(m_pkg), before);
         QVERIFY(!QFile::exists(file("missing.csv")));
         QCOMPARE(cli({"import", m_pkg, file("missing.csv")}).code, 2);
     }
@@ -189,7 +189,7 @@ private Q_SLOTS:
         for (int i = 0; i < 2000; ++i)
             csv += "Site " + QByteArray::number(i) + ",https://site" + QByteArray::number(i) + ".example,me,pw" + QByteArray::number(i) + ",\n";
         QVERIFY(writeBytes(file("in.csv"), csv));
-        const auto before = packageDigest(m_pkg);
+        const auto before = packageFileDigests(m_pkg);
 
         QProcess p;
         // Files may not grow past 16 KiB: the encrypted list of 2000 entries cannot be written.
@@ -211,7 +211,7 @@ private Q_SLOTS:
             QCOMPARE(p.exitCode(), 3);
         // The package's files are as they were; a half-written file may only be a temporary
         // one that reading ignores.
-        auto after = packageDigest(m_pkg);
+        auto after = packageFileDigests(m_pkg);
         for (auto it = before.cbegin(); it != before.cend(); ++it)
             QCOMPARE(after.value(it.key()), it.value());
         const CliRun ls = cli({"ls", m_pkg});

@@ -6,6 +6,8 @@
 #include "core/entries/EntryList.h"
 #include "core/storage/DirectoryLock.h"
 #include "core/storage/PasswordFile.h"
+#include "core/archive/KeyedArchive.h"
+#include "support/ArchiveSupport.h"
 #include "support/FileSupport.h"
 #include "support/TestSupport.h"
 #include "support/TypedStreamWriter.h"
@@ -18,7 +20,10 @@
 #include <QRandomGenerator>
 #include <QTest>
 
+#include <QFileInfo>
+
 #include <csignal>
+#include <limits>
 #include <optional>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -222,14 +227,205 @@ private Q_SLOTS:
         QVERIFY(r.err.startsWith("tessaline-cli: "));
     }
 
-    void pre20PackagesAreUpgradedByAnyCommand()
+    // Every kind of package the suite makes, and every reading command on it: the package's
+    // bytes and names stay exactly as they were.
+    void readingCommandsWriteNothing()
+    {
+        struct Kind {
+            QString name;
+            QString entry; // one to show and find
+            int code;
+        };
+        QList<Kind> kinds;
+        auto add = [&](const QString &name, const QString &entry, int code = 0) {
+            kinds.append({name, entry, code});
+            return pkg(name + ".qvm");
+        };
+        QVERIFY(makePackage(add("current", "Site 00001"), "pw", sampleEntries(5), {"Site 00002"}));
+        QVERIFY(makePackage(add("no titles", "Site 00001"), "pw", sampleEntries(2)));
+        QFile::remove(pkg("no titles.qvm/Recent Websites.qvmi"));
+        const QString old = add("pre-2.0", "Site 00003");
+        QDir().mkpath(old);
+        QVERIFY(writeBytes(old + "/Data.qvme", encryptForFile(encodeTypedStream(sampleEntries(4)), "pw", true)));
+        QVERIFY(writeBytes(old + "/Recent Websites.qvme", encryptForFile(encodeTypedStream(QVariantList{"Site 00001"}), "pw", true)));
+        const QString copies = add("conflict copies", "Site 00002");
+        QVERIFY(makePackage(copies, "pw", sampleEntries(2)));
+        QVERIFY(writeBytes(copies + "/Data 2.qvmi", encryptForFile(archive::encodeKeyedArchive(sampleEntries(3)), "pw", false)));
+        QVERIFY(writeBytes(copies + "/Recent Websites 2.qvmi", encryptForFile(archive::encodeKeyedArchive(QVariantList{"x"}), "pw", false)));
+        QVERIFY(writeBytes(copies + "/Data 3.tmp", "left by a sync service"));
+        const QString fresh = add("new from another program", "none", 4);
+        QDir().mkpath(fresh);
+        QVERIFY(writeBytes(fresh + "/Data", "pw"));
+        const QString foreign = add("foreign objects", "Noted");
+        QVERIFY(makePackage(foreign, "pw", {}));
+        QVERIFY(writeBytes(foreign + "/Data.qvmi", encryptForFile(entryListWithForeignObjects(), "pw", false)));
+        QRandomGenerator rng(randomSeed(5));
+        QVariantList random = randomEntryList(rng, 20);
+        random.append(Entry{{EntryKey::Path, "~plain"}});
+        QVERIFY(makePackage(add("random", "~plain"), "pw", random));
+        const QString badTitles = add("unreadable titles", "Site 00001");
+        QVERIFY(makePackage(badTitles, "pw", sampleEntries(2)));
+        QVERIFY(writeBytes(badTitles + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(QVariantMap{{"a", "b"}}), "pw", false)));
+        for (const auto &[name, bytes] : damagedEntryArchives()) {
+            const QString path = add("damaged " + name, "Bank", 2);
+            QVERIFY(makePackage(path, "pw", {}, {"Bank"}));
+            QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(bytes, "pw", false)));
+        }
+        QVERIFY(makePackage(add("wrong password", "Bank", 2), "other", sampleEntries(2)));
+
+        for (const Kind &k : std::as_const(kinds)) {
+            const QString path = pkg(k.name + ".qvm");
+            const QList<QStringList> commands = {
+                {"ls", path}, {"ls", path, "--json"}, {"show", path, k.entry}, {"show", path, k.entry, "--json", "--reveal"},
+                {"find", path, "Site"}, {"find", path, "e", "--json"}};
+            for (QStringList args : commands) {
+                args << "--password-stdin" << "--no-keychain";
+                const QByteArray before = packageDigest(path);
+                const Run r = cli(args);
+                const int expected = k.code == 4 && args[0] != "show" ? 0 : k.code;
+                QVERIFY2(r.code == expected, qPrintable(k.name + ": " + args.join(' ') + " exited " + QString::number(r.code) + " " + r.err));
+                QVERIFY2(packageDigest(path) == before, qPrintable(k.name + ": " + args.join(' ') + " changed the package"));
+            }
+        }
+    }
+
+    void damagedEntryListsAreRefusedByEveryCommand()
+    {
+        for (const auto &[name, bytes] : damagedEntryArchives()) {
+            const QString path = pkg("Bank.qvm");
+            QDir(path).removeRecursively();
+            QVERIFY(makePackage(path, "pw", {}, {"Bank"}));
+            QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(bytes, "pw", false)));
+            const QByteArray before = packageDigest(path);
+            for (const QStringList &args : QList<QStringList>{{"ls", path}, {"add", path, "New"}, {"rm", path, "Bank"},
+                                                             {"edit", path, "Bank", "--notes", "x"}, {"keychain", path, "off"}}) {
+                const Run r = cli(args + QStringList{"--password-stdin", args[0] == "keychain" ? "--" : "--no-keychain"});
+                QVERIFY2(r.code == 2, qPrintable(name + ": " + args[0] + " exited " + QString::number(r.code)));
+                QVERIFY2(r.err.contains("the file's entry list is damaged"), qPrintable(name + ": " + r.err));
+                QVERIFY2(packageDigest(path) == before, qPrintable(name + ": " + args[0] + " changed the package"));
+            }
+        }
+    }
+
+    void changingCommandsUpgradeAndMergeInTheirOneSave()
     {
         const QString path = pkg("Old.qvm");
         QDir().mkpath(path);
         QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(sampleEntries(4)), "pw", true)));
+        QVERIFY(writeBytes(path + "/Recent Websites.qvme", encryptForFile(encodeTypedStream(QVariantList{"Site 00001"}), "pw", true)));
         QCOMPARE(cli({"ls", path, "--password-stdin"}).code, 0);
+        QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvme", "Recent Websites.qvme"}));
+        QCOMPARE(cli({"add", path, "New", "--password-stdin"}).code, 0);
         QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
-        QCOMPARE(openList(path), sampleEntries(4));
+        QStringList titles;
+        QCOMPARE(entryNames(openList(path, "pw", &titles)),
+                 (QStringList{"New", "Site 00000", "Site 00001", "Site 00002", "Site 00003"}));
+        QCOMPARE(titles, QStringList{"Site 00001"});
+
+        const Entry extra{{EntryKey::Path, "Shop"}, {EntryKey::Notes, ""}};
+        QVERIFY(writeBytes(path + "/Data 2.qvmi", encryptForFile(archive::encodeKeyedArchive(EntryList{extra}), "pw", false)));
+        QCOMPARE(cli({"ls", path, "--password-stdin"}).out, QByteArray("New\nSite 00000\nSite 00001\nSite 00002\nSite 00003\nShop\n"));
+        QVERIFY(QFileInfo::exists(path + "/Data 2.qvmi"));
+        QCOMPARE(cli({"keychain", path, "off", "--password-stdin"}).code, 0);
+        QCOMPARE(QDir(path).entryList(QDir::Files), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        QVERIFY(entryNames(openList(path)).contains("Shop"));
+    }
+
+    void randomListsKeepEveryUntouchedValueThroughAnEdit()
+    {
+        const quint32 seed = randomSeed(77);
+        QRandomGenerator rng(seed);
+        for (int i = 0, n = randomListCount(4); i < n; ++i) {
+            QVariantList list = randomEntryList(rng, 25);
+            list.append(Entry{{EntryKey::Path, "~edit me"}, {EntryKey::Notes, "before"}});
+            sortEntries(list);
+            const QString path = pkg(QStringLiteral("Random%1.qvm").arg(i));
+            QVERIFY(makePackage(path, "pw", list));
+            const Run r = cli({"edit", path, "~edit me", "--notes", "after", "--user", QStringLiteral("\uFEFFme"), "--password-stdin"});
+            QVERIFY2(r.code == 0, r.err.constData());
+            const EntryList after = openList(path);
+            QCOMPARE(after.size(), list.size());
+            for (qsizetype j = 0; j < list.size(); ++j) {
+                QVariantMap expected = list[j].toMap();
+                if (entryName(expected) == "~edit me" && expected.value(EntryKey::Path).typeId() == QMetaType::QString) {
+                    expected.insert(EntryKey::Notes, "after");
+                    expected.insert(EntryKey::UserID, QStringLiteral("\uFEFFme"));
+                }
+                QString where;
+                QVERIFY2(identical(after[j], expected, &where),
+                         qPrintable(QStringLiteral("seed %1, list %2, entry %3: %4").arg(seed).arg(i).arg(j).arg(where)));
+            }
+        }
+    }
+
+    void stringsAreKeptExactly()
+    {
+        const QString path = pkg("Bom.qvm");
+        const QByteArray bom = "\xEF\xBB\xBF";
+        QCOMPARE(cli({"create", path, "--password-stdin"}, QByteArray(bom + "pw\n")).code, 0);
+        QCOMPARE(cli({"ls", path, "--password-stdin"}, "pw\n").code, 2); // the password is U+FEFF "pw"
+        QCOMPARE(cli({"add", path, QStringLiteral("\uFEFFBank"), "--notes", QStringLiteral("\uFEFFnote"), "--password-stdin"}, QByteArray(bom + "pw\n")).code, 0);
+        QCOMPARE(cli({"edit", path, QStringLiteral("\uFEFFBank"), "--name", QStringLiteral("\uFEFFBank2"), "--password-stdin"}, QByteArray(bom + "pw\n")).code, 0);
+        const Run r = cli({"show", path, QStringLiteral("\uFEFFBank2"), "--password-stdin"}, QByteArray(bom + "pw\r\n"));
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.contains(QByteArray("Notes = \"" + bom + "note\"")));
+        QVERIFY(r.out.contains(QByteArray("Path = \"" + bom + "Bank2\"")));
+        // A line ends at "\n"; one "\r" just before it is part of the line end, not the password.
+        QCOMPARE(cli({"create", pkg("Cr.qvm"), "--password-stdin"}, "pw\r\n").code, 0);
+        QCOMPARE(cli({"ls", pkg("Cr.qvm"), "--password-stdin"}, "pw\n").code, 0);
+        QCOMPARE(cli({"ls", pkg("Cr.qvm"), "--password-stdin"}, "pw\r\r\n").code, 2);
+        QVERIFY(cli({"--help"}).out.contains("\\r"));
+    }
+
+    void jsonKeepsEveryType()
+    {
+        const QString path = pkg("Json.qvm");
+        const Entry e{{EntryKey::Path, "Reals"}, {"two", 2.0}, {"negzero", -0.0}, {"third", 1.0 / 3},
+                      {"inf", std::numeric_limits<double>::infinity()}, {"ninf", -std::numeric_limits<double>::infinity()},
+                      {"nan", std::numeric_limits<double>::quiet_NaN()}, {"single", 1.5f}, {"huge", 1e300},
+                      {"big", QVariant::fromValue(~quint64(0))}, {"min", QVariant::fromValue(std::numeric_limits<qint64>::min())},
+                      {"data", QByteArray("\x01\x02")}, {"flag", true}, {EntryKey::Password, "s3cret"}};
+        QVERIFY(makePackage(path, "pw", {e}));
+        const Run r = cli({"show", path, "Reals", "--json", "--reveal", "--password-stdin"});
+        QCOMPARE(r.code, 0);
+        for (const char *text : {"\"two\": 2.0", "\"negzero\": -0.0", "\"third\": 0.3333333333333333", "\"inf\": \"Infinity\"",
+                                 "\"ninf\": \"-Infinity\"", "\"nan\": \"NaN\"", "\"single\": 1.5", "\"huge\": 1e+300",
+                                 "\"big\": 18446744073709551615", "\"min\": -9223372036854775808",
+                                 "\"data\": {\"data\":\"AQI=\"}", "\"flag\": true", "\"websitePassword\": \"s3cret\""})
+            QVERIFY2(r.out.contains(text), text);
+        QJsonParseError error;
+        QVERIFY(QJsonDocument::fromJson(r.out, &error).isObject());
+        const QByteArray help = cli({"--help"}).out;
+        for (const char *text : {"JSON", "Infinity", "NaN", "decimal point"})
+            QVERIFY2(help.contains(text), text);
+    }
+
+    void doubleDashEndsTheOptions()
+    {
+        const QString path = pkg("Dash.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(1)));
+        QCOMPARE(cli({"add", path, "--password-stdin", "--", "--json"}).code, 0);
+        QCOMPARE(cli({"edit", path, "--notes", "--", "--password-stdin", "--", "--json"}).code, 0);
+        const Run r = cli({"show", "--password-stdin", path, "--", "--json"});
+        QCOMPARE(r.code, 0);
+        QVERIFY(r.out.contains("Notes = \"--\""));
+        QCOMPARE(cli({"ls", path, "--password-stdin"}).out, QByteArray("--json\nSite 00000\n"));
+        QCOMPARE(cli({"rm", path, "--password-stdin", "--", "--json"}).code, 0);
+        QCOMPARE(entryNames(openList(path)), QStringList{"Site 00000"});
+    }
+
+    void anEmptyFilePasswordIsRefused()
+    {
+        const Run created = cli({"create", pkg("Empty.qvm"), "--password-stdin"}, "\n");
+        QCOMPARE(created.code, 1);
+        QVERIFY(!QFileInfo::exists(pkg("Empty.qvm")));
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleEntries(1)));
+        const Run changed = cli({"passwd", path, "--password-stdin"}, "pw\n\n");
+        QCOMPARE(changed.code, 1);
+        QCOMPARE(created.err, changed.err);
+        QVERIFY(created.err.contains("cannot be empty"));
+        QCOMPARE(cli({"ls", path, "--password-stdin"}, "pw\n").code, 0);
     }
 
     void readOnlyPackages()

@@ -1,10 +1,12 @@
 // Whole document windows on the real X server and keyring, driven through their widgets:
-// creating, opening, editing, finding, read-only files, drag and drop, re-locking.
+// creating, opening, editing, finding, read-only files, drag and drop, re-locking, the keyboard,
+// placement, tool tips and accessible names, and the platform the application starts on.
 
 #include "core/app/QWPrefs.h"
 #include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/linux/SecretServiceKeychain.h"
+#include "support/ArchiveSupport.h"
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "support/TestSupport.h"
@@ -16,6 +18,7 @@
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
@@ -25,9 +28,13 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QPushButton>
+#include <QScreen>
 #include <QTest>
+#include <QTextDocument>
 #include <QToolButton>
+#include <QToolTip>
 
 #include <functional>
 #include <sys/mount.h>
@@ -66,6 +73,15 @@ class TestGuiDocuments : public DocumentSuite {
         QTRY_VERIFY(r.done());
         QTRY_VERIFY(!doc->callout);
         QTest::qWait(50); // the deferred save
+    }
+
+    // A file of the bank list, open in the active window.
+    MyDocument *openActive(const QString &name, const EntryList &list = bankList())
+    {
+        if (!makePackage(pkg(name + ".qvm"), "pw", list))
+            return nullptr;
+        MyDocument *doc = open(pkg(name + ".qvm"));
+        return doc && activate(doc) ? doc : nullptr;
     }
 
 private Q_SLOTS:
@@ -181,6 +197,28 @@ private Q_SLOTS:
         QByteArray stored;
         QCOMPARE(m_keychain.find("ByPrompt", "Tessaline", &stored), 0);
         m_keychain.remove("ByPrompt", "Tessaline");
+    }
+
+    void aFileWhoseEntryListIsDamagedIsShownAsUnreadableAndLeftAlone()
+    {
+        const QString path = pkg("Damaged.qvm");
+        QVERIFY(makePackage(path, "pw", {}, {"Bank"}));
+        QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(damagedEntryArchives().first().second, "pw", false)));
+        const QByteArray before = packageDigest(path);
+        ModalResponder r;
+        QString told;
+        r.then([](QWidget *w) { typePassword(w, "pw"); });
+        r.then([&](QWidget *w) {
+            auto *p = qobject_cast<PromptPanel *>(w);
+            QVERIFY(p);
+            told = p->promptMessage->text();
+            p->promptDefaultButton->click();
+        });
+        m_controller->openFile(path);
+        QTRY_VERIFY(r.done());
+        QCOMPARE(told, PasswordFile::kNotAPasswordFile);
+        QTRY_VERIFY(!m_controller->documentForPath(path));
+        QCOMPARE(packageDigest(path), before);
     }
 
     void addingRenamingDuplicatingDeleting()
@@ -311,6 +349,179 @@ private Q_SLOTS:
         QVERIFY(findDots && findDots->isEnabled());
     }
 
+    void tabMovesTheFocusOnFromTheTable()
+    {
+        MyDocument *doc = openActive("Tab");
+        QVERIFY(doc);
+        selectByName(doc, "Mail");
+        doc->passwordTable->setFocus();
+        QTRY_VERIFY(doc->passwordTable->hasFocus());
+        pressKeys({"Tab"});
+        QCOMPARE(QApplication::focusWidget(), doc->addButton);
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1}); // the selection stays
+        doc->passwordTable->setFocus();
+        pressKeys({"shift+Tab"});
+        QCOMPARE(QApplication::focusWidget(), doc->searchField); // the arrows are off while it is empty
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
+    }
+
+    void aSearchThatFindsNothingSaysSoAndEscapeGivesItUp()
+    {
+        MyDocument *doc = openActive("NotFound");
+        QVERIFY(doc);
+        pressKeys({"ctrl+f"});
+        QTRY_VERIFY(doc->searchField->hasFocus());
+        typeText("zzzz");
+        pressKeys({"Return"});
+        QVERIFY(doc->notFoundMessage->isVisible());
+        const QRect shown(doc->notFoundMessage->mapTo(doc, QPoint()), doc->notFoundMessage->size());
+        QVERIFY(shown.width() > 20 && shown.height() > 5);
+        QVERIFY(doc->rect().contains(shown));
+        QVERIFY(!doc->notFoundMessage->text().isEmpty());
+        pressKeys({"Escape"});
+        QVERIFY(doc->searchField->text().isEmpty());
+        QVERIFY(doc->notFoundMessage->isHidden());
+        QVERIFY(doc->passwordTable->hasFocus());
+        QVERIFY(doc->isVisible()); // Escape is no reason to close anything
+    }
+
+    void windowsAndPanelsStayOnTheirWindowsScreen()
+    {
+        // Three windows, one after the other, each with its password panel.
+        QList<MyDocument *> docs;
+        for (const QString name : {"First", "Second", "Third"}) {
+            const QString path = pkg(name + ".qvm");
+            QVERIFY(makePackage(path, "pw", bankList()));
+            ModalResponder r;
+            QRect panel;
+            r.then([&](QWidget *w) {
+                QVERIFY(QTest::qWaitForWindowExposed(w));
+                panel = w->frameGeometry();
+                typePassword(w, "pw");
+            });
+            m_controller->openFile(path);
+            QTRY_VERIFY(r.done());
+            MyDocument *doc = m_controller->documentForPath(path);
+            QTRY_VERIFY(doc->isOpen());
+            QVERIFY(QTest::qWaitForWindowExposed(doc));
+            QTest::qWait(100);
+            const QRect window = doc->frameGeometry();
+            const QRect available = doc->screen()->availableGeometry();
+            const QString where = QString("%1: window at %2,%3 %4x%5, panel at %6,%7")
+                                      .arg(name).arg(window.x()).arg(window.y()).arg(window.width()).arg(window.height())
+                                      .arg(panel.x()).arg(panel.y());
+            QVERIFY2(available.contains(window), qPrintable(where));
+            // Over its window as the window ended up on the screen.
+            QVERIFY2((panel.center() - window.center()).manhattanLength() < 40, qPrintable(where));
+            QVERIFY2(available.contains(panel), qPrintable(where));
+            for (MyDocument *other : docs)
+                QVERIFY2(other->frameGeometry().topLeft() != window.topLeft(), qPrintable(where));
+            docs.append(doc);
+        }
+    }
+
+    void theCalloutHasNoBlackCornersWithoutACompositor()
+    {
+        MyDocument *doc = openActive("Corners");
+        QVERIFY(doc);
+        selectByName(doc, "Bank");
+        QRegion mask;
+        bool cornerShowsTheWindowBelow = false;
+        inEditor(doc, [doc] { doc->editEntry(); }, [&](MyDocument *d) {
+            QVERIFY(QTest::qWaitForWindowExposed(d->callout));
+            mask = d->callout->mask();
+            // Above the body beside the arrow, where the window below shows through, once
+            // the server has drawn it all.
+            const QPoint at = d->callout->geometry().topLeft() + QPoint(d->callout->width() / 2 + 40, 1);
+            for (int i = 0; i < 50 && !cornerShowsTheWindowBelow; ++i) {
+                QTest::qWait(50);
+                const QImage corner = d->screen()->grabWindow(0, at.x(), at.y(), 3, 3).toImage();
+                cornerShowsTheWindowBelow = !corner.isNull() && corner.pixelColor(1, 1) != QColor(Qt::black);
+            }
+            d->callout->done(0);
+        });
+        // The test session's Openbox composites nothing: the corners are cut away, and the
+        // screen shows the window below there, not black.
+        QVERIFY(!mask.isEmpty());
+        QVERIFY(!mask.contains(QPoint(0, 0)));
+        QVERIFY(!mask.contains(QPoint(200, 2)));
+        QVERIFY(mask.contains(QPoint(60, 60)));
+        QVERIFY2(cornerShowsTheWindowBelow, "black corner");
+    }
+
+    void toolTipsIconAndNamesForEveryone()
+    {
+        EntryList list = bankList();
+        Entry e = list[0].toMap();
+        e.insert(EntryKey::UserID, "<b>boss</b> & co");
+        list[0] = e;
+        MyDocument *doc = openActive("Tips", list);
+        QVERIFY(doc);
+        gPrefs->setBool(true, Pref::HoverUserID);
+        gPrefs->setBool(false, Pref::HoverPassword);
+        gPrefs->setBool(false, Pref::HoverURL);
+        gPrefs->setBool(false, Pref::HoverNotes);
+        // The tool tip of the hovered row, read as the tool tip reads it.
+        QWCellTableViewArray *table = doc->passwordTable;
+        const QRect cell = table->visualRect(table->model()->index(0, 1));
+        moveMouse(table->viewport()->mapToGlobal(cell.center() - QPoint(10, 0)));
+        moveMouse(table->viewport()->mapToGlobal(cell.center()));
+        QTRY_VERIFY(QToolTip::isVisible());
+        QString shown = QToolTip::text();
+        if (Qt::mightBeRichText(shown)) {
+            QTextDocument rich;
+            rich.setHtml(shown);
+            shown = rich.toPlainText();
+        }
+        QCOMPARE(shown, QString("User ID: <b>boss</b> & co"));
+        moveMouse(QPoint(0, 0));
+
+        // The go-to-URL icon has the pixels of the screen it is shown on.
+        const QIcon icon = table->model()->index(0, 0).data(Qt::DecorationRole).value<QIcon>();
+        QVERIFY(!icon.isNull());
+        for (qreal ratio : {1.0, 2.0, 3.0}) {
+            const QPixmap pm = icon.pixmap(QSize(16, 16), ratio);
+            QCOMPARE(pm.size(), QSize(16, 16) * ratio);
+            QCOMPARE(pm.deviceIndependentSize(), QSizeF(16, 16));
+        }
+
+        // What a screen reader calls the controls that show no words.
+        auto name = [](QWidget *w) { return QAccessible::queryAccessibleInterface(w)->text(QAccessible::Name); };
+        QCOMPARE(name(doc->searchBackwardButton), QString("Find Previous"));
+        QCOMPARE(name(doc->searchForwardButton), QString("Find Next"));
+        QCOMPARE(name(doc->searchField), QString("Search"));
+        QAccessibleTableInterface *t = QAccessible::queryAccessibleInterface(table)->tableInterface();
+        QVERIFY(t);
+        QAccessibleInterface *iconCell = t->cellAt(0, 0);
+        QVERIFY(iconCell);
+        QCOMPARE(iconCell->text(QAccessible::Name), QString("Go To URL"));
+        const QList<QAccessibleInterface *> headers = iconCell->tableCellInterface()->columnHeaderCells();
+        QCOMPARE(headers.size(), 1);
+        QCOMPARE(headers.first()->text(QAccessible::Name), QString("Go To URL"));
+    }
+
+    void startsOnXWaylandOnAWaylandSession()
+    {
+        QProcess app;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_SESSION_TYPE", "wayland");
+        env.insert("WAYLAND_DISPLAY", "tessaline-test-no-such-compositor");
+        env.remove("QT_QPA_PLATFORM");
+        env.insert("QT_LOGGING_RULES", "qt.qpa.plugin=true");
+        app.setProcessEnvironment(env);
+        const QString shot = pkg("screen.png");
+        app.start(qEnvironmentVariable("TESSALINE_BUILD_DIR") + "/tessaline", {"--screenshot", shot});
+        QVERIFY(app.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(app.state() == QProcess::NotRunning, 30000);
+        QCOMPARE(app.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app.exitCode(), 0);
+        QVERIFY(QFileInfo(shot).size() > 0);
+        // Qt would try Wayland first, which works where its plugin and a compositor are.
+        const QString log = QString::fromLocal8Bit(app.readAllStandardError());
+        QVERIFY2(!log.contains("platform plugin \"wayland\""), qPrintable(log));
+        QVERIFY2(log.contains("Successfully loaded Qt platform plugin \"xcb\""), qPrintable(log));
+    }
+
     void readOnlyPackages()
     {
         const QString mount = pkg("ro");
@@ -421,12 +632,20 @@ private Q_SLOTS:
         {
             ModalResponder r;
             QString asked;
-            r.then([&](QWidget *w) { typePassword(w, "pw", &asked); });
+            bool namesShownBehindThePrompt = true;
+            r.then([&](QWidget *w) {
+                namesShownBehindThePrompt = doc->passwordTable->isVisible();
+                typePassword(w, "pw", &asked);
+            });
             (void)activate(&elsewhere);
             QTRY_VERIFY(doc->promptForPassword() || r.done());
+            // Locked: the entry names are not on screen, while away or behind the prompt.
+            QVERIFY(r.done() || !doc->passwordTable->isVisible());
             doc->activateWindow();
             QTRY_VERIFY(r.done());
             QCOMPARE(asked, QString("Re-enter Password:"));
+            QVERIFY(!namesShownBehindThePrompt);
+            QTRY_VERIFY(doc->passwordTable->isVisible());
             QTRY_COMPARE(gWebsiteDocument.data(), doc);
             QVERIFY(doc->isOpen());
         }

@@ -99,7 +99,7 @@ private Q_SLOTS:
         QCOMPARE(nextPage().first().keyCode, 36);
         // Only the key-down of the paste key carries Command.
         const KeyScript paste = pasteString("secret", 9);
-        QCOMPARE(paste, (KeyScript{{KeyAction::Wait, 0, 0, {}, 1000000}, {KeyAction::SetClipboard, 0, 0, "secret", 0},
+        QCOMPARE(paste, (KeyScript{{KeyAction::Pause, 0, 0, {}, 1000000}, {KeyAction::SetClipboard, 0, 0, "secret", 0},
                                    {KeyAction::KeyDown, 9, 0x100000, {}, 0}, {KeyAction::KeyUp, 9, 0, {}, 0}}));
     }
 

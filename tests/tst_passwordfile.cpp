@@ -6,6 +6,7 @@
 #include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/fake/MapKeychain.h"
+#include "support/ArchiveSupport.h"
 #include "support/FileSupport.h"
 #include "support/TestSupport.h"
 #include "support/TypedStreamWriter.h"
@@ -576,6 +577,186 @@ private Q_SLOTS:
         QCOMPARE(packageFiles(path), before);
         if (damage != "directory")
             QCOMPARE(readFile(data), bytes);
+    }
+
+    void entryListsThatAreNotListsOfEntriesAreRefused_data()
+    {
+        QTest::addColumn<QByteArray>("archive");
+        QTest::addColumn<bool>("keychain");
+        for (const auto &[name, bytes] : damagedEntryArchives()) {
+            QTest::addRow("%s", qPrintable(name)) << bytes << false;
+            QTest::addRow("%s, password from the keychain", qPrintable(name)) << bytes << true;
+        }
+    }
+    void entryListsThatAreNotListsOfEntriesAreRefused()
+    {
+        QFETCH(QByteArray, archive);
+        QFETCH(bool, keychain);
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", {}, {"Bank"}));
+        QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(archive, "pw", false)));
+        const QByteArray before = packageDigest(path);
+        MapKeychain chain;
+        if (keychain)
+            chain.items.insert({"Bank", "Tessaline"}, "pw");
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile file(path, &chain, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Damaged);
+        // The password fits: it is not asked for again, and the file is not taken for empty.
+        QCOMPARE(d.prompts.size(), keychain ? 0 : 1);
+        QCOMPARE(d.messages, QStringList{PasswordFile::kNotAPasswordFile});
+        QVERIFY(!file.damageReason().isEmpty());
+        QVERIFY(!file.isOpen());
+        QCOMPARE(file.save(), false); // never opened: nothing to write over it with
+        QCOMPARE(packageDigest(path), before);
+    }
+
+    void aDamagedPre20ListIsRefused()
+    {
+        const QString path = pkg("Old.qvm");
+        QDir().mkpath(path);
+        QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(QVariantMap{{"Path", "x"}}), "pw", true)));
+        const QByteArray before = packageDigest(path);
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Damaged);
+        QCOMPARE(packageDigest(path), before);
+    }
+
+    void unreadableTitlesAreReplacedButTheEntriesAreNot_data()
+    {
+        QTest::addColumn<QByteArray>("titles");
+        QTest::addRow("dictionary") << archive::encodeKeyedArchive(QVariantMap{{"a", "b"}});
+        QTest::addRow("numbers") << archive::encodeKeyedArchive(QVariantList{qint64(1), qint64(2)});
+        QTest::addRow("not an archive") << QByteArray("bplist00 of nothing");
+    }
+    void unreadableTitlesAreReplacedButTheEntriesAreNot()
+    {
+        QFETCH(QByteArray, titles);
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", sampleList()));
+        QVERIFY(writeBytes(path + "/Recent Websites.qvmi", encryptForFile(titles, "pw", false)));
+        const QByteArray entries = readFile(path + "/Data.qvmi");
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(file.passwordArray(), sampleList());
+        QVERIFY(file.recentWebsiteTitles().isEmpty());
+        QCOMPARE(readFile(path + "/Data.qvmi"), entries);
+        file.close();
+        ScriptedDelegate again;
+        again.passwords = {"pw"};
+        PasswordFile reopened(path, nullptr, &again);
+        QCOMPARE(reopened.open(), PasswordFile::OpenResult::Opened);
+        QVERIFY(reopened.recentWebsiteTitles().isEmpty()); // a fresh, readable titles file
+        QCOMPARE(readFile(path + "/Data.qvmi"), entries);
+    }
+
+    void openingForLaterWritesWritesNothingUntilTheSave_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addRow("pre-2.0") << "pre20";
+        QTest::addRow("conflict copies") << "copies";
+        QTest::addRow("no titles") << "notitles";
+        QTest::addRow("new from another program") << "datafile";
+    }
+    void openingForLaterWritesWritesNothingUntilTheSave()
+    {
+        QFETCH(QString, kind);
+        const QString path = pkg("Bank.qvm");
+        EntryList expected = sampleList();
+        if (kind == "pre20") {
+            QDir().mkpath(path);
+            QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(sampleList()), "pw", true)));
+            QVERIFY(writeBytes(path + "/Recent Websites.qvme", encryptForFile(encodeTypedStream(QVariantList{"Mail"}), "pw", true)));
+        } else if (kind == "datafile") {
+            QDir().mkpath(path);
+            QVERIFY(writeBytes(path + "/Data", "pw"));
+            expected = {};
+        } else {
+            QVERIFY(makePackage(path, "pw", sampleList(), {"Mail"}));
+            if (kind == "notitles")
+                QFile::remove(path + "/Recent Websites.qvmi");
+            if (kind == "copies") {
+                const Entry extra{{EntryKey::Path, "Shop"}, {EntryKey::Notes, ""}};
+                QVERIFY(writeBytes(path + "/Data 2.qvmi", encryptForFile(archive::encodeKeyedArchive(EntryList{extra}), "pw", false)));
+                QVERIFY(writeBytes(path + "/Data 3.tmp", "left by a sync service"));
+                expected.append(extra);
+            }
+        }
+        const QByteArray before = packageDigest(path);
+        {
+            ScriptedDelegate d;
+            d.passwords = {"pw"};
+            PasswordFile file(path, nullptr, &d);
+            QCOMPARE(file.open(PasswordFile::KeychainUse::Never, PasswordFile::Writes::AtFirstSave), PasswordFile::OpenResult::Opened);
+            QCOMPARE(file.passwordArray(), expected);
+            QVERIFY(file.hasPendingWrites() || kind == "none");
+            file.close();
+        }
+        QCOMPARE(packageDigest(path), before);
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(PasswordFile::KeychainUse::Never, PasswordFile::Writes::AtFirstSave), PasswordFile::OpenResult::Opened);
+        QVERIFY(file.save());
+        QVERIFY(!file.hasPendingWrites());
+        QCOMPARE(packageFiles(path), (QStringList{"Data.qvmi", "Recent Websites.qvmi"}));
+        sortEntries(expected);
+        ScriptedDelegate d2;
+        d2.passwords = {"pw"};
+        PasswordFile reopened(path, nullptr, &d2);
+        QCOMPARE(reopened.open(PasswordFile::KeychainUse::Never, PasswordFile::Writes::AtFirstSave), PasswordFile::OpenResult::Opened);
+        QCOMPARE(reopened.passwordArray(), expected);
+        QVERIFY(!reopened.hasPendingWrites());
+    }
+
+    void objectsOfOtherKindsSurviveASave()
+    {
+        const QString path = pkg("Bank.qvm");
+        QVERIFY(makePackage(path, "pw", {}));
+        QVERIFY(writeBytes(path + "/Data.qvmi", encryptForFile(entryListWithForeignObjects(), "pw", false)));
+        ScriptedDelegate d;
+        d.passwords = {"pw", "pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        EntryList read = file.passwordArray();
+        sortEntries(read); // as the save will
+        QCOMPARE(read.size(), 3);
+        QCOMPARE(entryName(read[0]), QStringLiteral("Dated"));
+        const qsizetype row = entryWithName(file.passwordArray(), "Dated");
+        Entry e = file.passwordArray()[row].toMap();
+        e.insert(EntryKey::Notes, "edited");
+        file.passwordArray()[row] = e;
+        QVERIFY(file.save());
+        file.close();
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        const EntryList after = file.passwordArray();
+        QCOMPARE(after.size(), 3);
+        QString where;
+        for (int i = 1; i < 3; ++i)
+            QVERIFY2(identical(after[i], read[i], &where), qPrintable(where));
+        Entry first = after[0].toMap();
+        QCOMPARE(first.take(EntryKey::Notes), QVariant("edited"));
+        Entry original = read[0].toMap();
+        original.remove(EntryKey::Notes);
+        QVERIFY2(identical(first, original, &where), qPrintable(where));
+    }
+
+    void pre20StringsAreKeptExactly()
+    {
+        const QString path = pkg("Old.qvm");
+        QDir().mkpath(path);
+        const EntryList list{Entry{{EntryKey::Path, "\uFEFFBank"}, {EntryKey::Notes, "\uFEFF"}, {EntryKey::Password, "\uFEFF\uFEFFpw"}}};
+        QVERIFY(writeBytes(path + "/Data.qvme", encryptForFile(encodeTypedStream(list), "pw", true)));
+        ScriptedDelegate d;
+        d.passwords = {"pw"};
+        PasswordFile file(path, nullptr, &d);
+        QCOMPARE(file.open(), PasswordFile::OpenResult::Opened);
+        QCOMPARE(file.passwordArray(), list);
     }
 
     void leftoverScratchDirectoriesAreRemovedButNotHeldOnes()

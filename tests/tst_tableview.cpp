@@ -1,7 +1,8 @@
 // The table over an array: sorted insertion, uniqueness markers, NOCHANGE, blank rows, the
-// deletion rule and the delegate hooks; and the panel placement and start-up rules of the
-// windows around it.
+// deletion rule and the delegate hooks; and the placement of windows and panels and the
+// start-up rules around them.
 
+#include "core/app/PlatformChoice.h"
 #include "core/entries/EntryList.h"
 #include "ui/Controller.h"
 #include "ui/Panels.h"
@@ -104,6 +105,42 @@ private Q_SLOTS:
         QCOMPARE(f.array, strings({"b", "c"}));
     }
 
+    void editingABlankThatIsNotLastTouchesNoOtherRow()
+    {
+        // Two Adds, then a name typed into the first blank, as a user does it.
+        QWidget window; // outlives the table it holds
+        Fixture f({{"Name", "Name"}}, strings({"a", "b"}), {});
+        QPushButton add("Add", &window);
+        connect(&add, &QPushButton::clicked, &f.table, &QWCellTableViewArray::addEntryToTable);
+        f.table.setParent(&window);
+        f.table.move(0, 30);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        add.click();
+        add.click();
+        QCOMPARE(f.array, strings({"a", "b", "", ""}));
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape); // leave the second blank
+        f.table.setFocus();
+        f.table.selectRowAlone(2);
+        QTest::keyClick(&f.table, Qt::Key_F2);
+        QTRY_VERIFY(QApplication::focusWidget() != &f.table);
+        QTest::keyClicks(QApplication::focusWidget(), "x");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QTRY_COMPARE(f.array, strings({"a", "b", "x"})); // the editor commits on the next pass
+        QCOMPARE(f.table.selectedRows(), QList<int>{2});
+
+        // Kept in order without sorting, a blank above the edited row moves it up by one.
+        Fixture n({{"NameNonalphabetized", "Name"}}, strings({"", "b", "c", ""}), {});
+        n.table.setObjectValue(QString("B"), 0, 1);
+        QCOMPARE(n.array, strings({"B", "c"}));
+        // With keys, a blank edited in another column stays where it is.
+        Fixture k({{"Name", "Name"}, {"Value", "Value"}},
+                  {QVariantMap{{"Name", "a"}, {"Value", "1"}}, QVariantMap{{"Name", ""}, {"Value", ""}}, QVariantMap{{"Name", ""}, {"Value", ""}}},
+                  {"Name", "Value"});
+        k.table.setObjectValue(QString("2"), 1, 1);
+        QCOMPARE(k.array, (QVariantList{QVariantMap{{"Name", "a"}, {"Value", "1"}}, QVariantMap{{"Name", ""}, {"Value", "2"}}}));
+    }
+
     void deletionSelectsTheRowThatFollowed()
     {
         Fixture f({{"Name", "Name"}}, strings({"r0", "r1", "r2", "r3", "r4", "r5"}), {});
@@ -159,10 +196,58 @@ private Q_SLOTS:
 
     void panelPlacement()
     {
-        // Centred over the window; pushed back onto the screen horizontally only.
-        QCOMPARE(panelPosition(QRect(100, 100, 400, 300), QSize(200, 100), 1280), QPoint(200, 200));
-        QCOMPARE(panelPosition(QRect(1100, 100, 400, 300), QSize(200, 100), 1280), QPoint(1080, 200));
-        QCOMPARE(panelPosition(QRect(-300, -50, 100, 100), QSize(200, 100), 1280), QPoint(0, -50));
+        // Centred over the window, kept inside the available area of the window's screen.
+        const QRect one(0, 0, 1280, 1024);
+        QCOMPARE(panelPosition(QRect(100, 100, 400, 300), QSize(200, 100), one), QPoint(200, 200));
+        QCOMPARE(panelPosition(QRect(1100, 100, 400, 300), QSize(200, 100), one), QPoint(1080, 200));
+        QCOMPARE(panelPosition(QRect(-300, -50, 100, 100), QSize(200, 100), one), QPoint(0, 0));
+        QCOMPARE(panelPosition(QRect(500, 950, 400, 300), QSize(200, 100), one), QPoint(600, 924));
+        // The right-hand monitor of two: the panel stays on it, not on the left one.
+        const QRect right(1280, 0, 1280, 1024);
+        QCOMPARE(panelPosition(QRect(1300, 100, 100, 300), QSize(200, 100), right), QPoint(1280, 200));
+        QCOMPARE(panelPosition(QRect(2400, 100, 400, 300), QSize(200, 100), right), QPoint(2360, 200));
+        // A top panel of 30 pixels: nothing goes under it.
+        QCOMPARE(panelPosition(QRect(100, 0, 400, 100), QSize(200, 200), QRect(0, 30, 1280, 994)), QPoint(200, 30));
+    }
+
+    void documentWindowPlacement()
+    {
+        const QRect screen(1280, 30, 1280, 994);
+        const QSize frame(470, 550);
+        // The first centred; the next a step down and right of the one before.
+        const QPoint first = documentWindowPosition(frame, screen, QRect());
+        QCOMPARE(first, QPoint(1280 + (1280 - 470) / 2, 30 + (994 - 550) / 2));
+        QCOMPARE(documentWindowPosition(frame, screen, QRect(first, frame)), first + QPoint(28, 28));
+        // A step that would leave the screen starts again at its top-left corner.
+        QCOMPARE(documentWindowPosition(frame, screen, QRect(QPoint(2000, 450), frame)), QPoint(1280, 30));
+        // A window larger than the screen is kept at its top-left corner.
+        QCOMPARE(documentWindowPosition(QSize(2000, 1200), screen, QRect()), QPoint(1280, 30));
+    }
+
+    void runsOnXWaylandUnlessAPlatformWasChosen_data()
+    {
+        QTest::addColumn<QStringList>("environment");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("platform");
+        const QStringList wayland{"WAYLAND_DISPLAY=wayland-0", "DISPLAY=:0"};
+        QTest::addRow("wayland with xwayland") << wayland << QStringList{} << QByteArray("xcb");
+        QTest::addRow("wayland session type") << QStringList{"XDG_SESSION_TYPE=wayland", "DISPLAY=:1"} << QStringList{} << QByteArray("xcb");
+        QTest::addRow("no xwayland") << QStringList{"WAYLAND_DISPLAY=wayland-0"} << QStringList{} << QByteArray();
+        QTest::addRow("x11 session") << QStringList{"DISPLAY=:0", "XDG_SESSION_TYPE=x11"} << QStringList{} << QByteArray();
+        QTest::addRow("QT_QPA_PLATFORM chosen") << (wayland + QStringList{"QT_QPA_PLATFORM=wayland"}) << QStringList{} << QByteArray();
+        QTest::addRow("-platform chosen") << wayland << QStringList{"-platform", "wayland"} << QByteArray();
+        QTest::addRow("--platform chosen") << wayland << QStringList{"--platform", "offscreen"} << QByteArray();
+        QTest::addRow("a file named like it") << wayland << QStringList{"platform.qvm"} << QByteArray("xcb");
+    }
+    void runsOnXWaylandUnlessAPlatformWasChosen()
+    {
+        QFETCH(QStringList, environment);
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, platform);
+        QProcessEnvironment env;
+        for (const QString &v : environment)
+            env.insert(v.section('=', 0, 0), v.section('=', 1));
+        QCOMPARE(preferredPlatformPlugin(env, QStringList{"tessaline"} + arguments), platform);
     }
 
     void generatedPasswordLengthNormalisation_data()

@@ -18,6 +18,12 @@
 
 #include <xcb/xcb.h>
 #include <xcb/xtest.h>
+#define explicit explicit_
+#include <xcb/xkb.h>
+#undef explicit
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace tess;
 
@@ -72,6 +78,38 @@ class TestX11Typing : public QObject {
         for (int i = 0; i < 250 && m_returns < 1; ++i)
             QTest::qWait(20);
         return {m_first->text(), m_second->text()};
+    }
+
+    // The server's whole keyboard mapping, as bytes.
+    QByteArray keymapBytes()
+    {
+        const xcb_setup_t *setup = xcb_get_setup(m_c);
+        xcb_get_keyboard_mapping_reply_t *r = xcb_get_keyboard_mapping_reply(
+            m_c, xcb_get_keyboard_mapping(m_c, setup->min_keycode, quint8(setup->max_keycode - setup->min_keycode + 1)), nullptr);
+        if (!r)
+            return {};
+        const QByteArray bytes(reinterpret_cast<const char *>(xcb_get_keyboard_mapping_keysyms(r)),
+                               xcb_get_keyboard_mapping_keysyms_length(r) * 4);
+        free(r);
+        return bytes;
+    }
+
+    bool anyKeyDown()
+    {
+        xcb_query_keymap_reply_t *r = xcb_query_keymap_reply(m_c, xcb_query_keymap(m_c), nullptr);
+        bool down = false;
+        for (int i = 0; r && i < 32; ++i)
+            down = down || r->keys[i];
+        free(r);
+        return down;
+    }
+
+    bool capsLocked()
+    {
+        xcb_xkb_get_state_reply_t *r = xcb_xkb_get_state_reply(m_c, xcb_xkb_get_state(m_c, XCB_XKB_ID_USE_CORE_KBD), nullptr);
+        const bool locked = r && (r->lockedMods & XCB_MOD_MASK_LOCK);
+        free(r);
+        return locked;
     }
 
     void tapKey(quint8 keycode)
@@ -221,6 +259,96 @@ private Q_SLOTS:
         });
         QVERIFY(done.wait(5000));
         QTRY_COMPARE(m_first->text(), QString("xyz"));
+    }
+
+    // The hot key's own letter, still down, would be taken by its grab: typing waits for it.
+    void waitsForTheHotKeysLetter()
+    {
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data->root;
+        const quint8 u = 30; // "u" on Xvfb's keymap
+        xcb_test_fake_input(m_c, XCB_KEY_PRESS, u, XCB_CURRENT_TIME, root, 0, 0, 0);
+        xcb_flush(m_c);
+        QSignalSpy failed(m_player.get(), &KeyScriptPlayer::failed);
+        m_player->play(typeString("xyz", 100));
+        QVERIFY(failed.wait(5000));
+        QVERIFY2(failed.first().first().toString().startsWith("u is still held"), qPrintable(failed.first().first().toString()));
+        tapKey(u);
+        QVERIFY(!anyKeyDown());
+    }
+
+    // More distinct characters without a key than spare keycodes: bound in batches, none lost.
+    void typesMoreUnusualCharactersThanSpareKeys()
+    {
+        QString text;
+        const int spare = m_sink->spareKeycodeCount();
+        for (int i = 0; i < spare + 10; ++i)
+            text += QChar(0x430 + i) + QStringLiteral("a"); // Cyrillic, with keys between
+        text += text; // and the first batch again
+        const auto [a, b] = typeIntoWindow(text, QString::fromUtf8("ü€"));
+        QCOMPARE(a, text);
+        QCOMPARE(b, QString::fromUtf8("ü€"));
+    }
+
+    // Cancelled mid-way: no key left down, Caps Lock as it was, the keymap byte for byte.
+    void cancelLeavesTheKeyboardAsItWas()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(m_sink->spareKeycodesInUse(), 0, 10000); // the last test's bindings
+        const QByteArray before = keymapBytes();
+        QVERIFY(!before.isEmpty());
+        tapKey(66); // Caps Lock on
+        QTRY_VERIFY(capsLocked());
+        m_first->clear();
+        m_first->setFocus();
+        KeyScript s = typeString(QString::fromUtf8("aé€ÀB😀").repeated(30), 95);
+        s += doKeyboardEvent(0, CocoaMask::Command | CocoaMask::Shift);
+        QSignalSpy cancelled(m_player.get(), &KeyScriptPlayer::cancelled);
+        QVERIFY(m_player->play(s));
+        QTRY_VERIFY(m_first->text().size() > 10);
+        QVERIFY(m_sink->spareKeycodesInUse() > 0);
+        m_player->cancel();
+        QCOMPARE(cancelled.size(), 1);
+        QVERIFY(!anyKeyDown());
+        QVERIFY(capsLocked());
+        QCOMPARE(keymapBytes(), before);
+        // Keys sent before the cancel may still be on their way through the server.
+        QTest::qWait(200);
+        const int typed = int(m_first->text().size());
+        QTest::qWait(300);
+        QCOMPARE(int(m_first->text().size()), typed);
+        tapKey(66);
+        QTRY_VERIFY(!capsLocked());
+    }
+
+    // A run that died with spare keycodes bound: the next one puts them back.
+    void keysLeftBoundByACrashAreRestored()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(m_sink->spareKeycodesInUse(), 0, 10000);
+        const QByteArray before = keymapBytes();
+        const int spare = m_sink->spareKeycodeCount();
+        QVERIFY(spare > 0);
+        // The highest keycode with no symbol, bound as a crashed run would have left it.
+        const xcb_setup_t *setup = xcb_get_setup(m_c);
+        int kc = setup->max_keycode;
+        const int per = int(before.size() / 4 / (setup->max_keycode - setup->min_keycode + 1));
+        const auto *syms = reinterpret_cast<const quint32 *>(before.constData());
+        while (kc >= setup->min_keycode && syms[(kc - setup->min_keycode) * per] != 0)
+            --kc;
+        std::vector<xcb_keysym_t> bound(std::size_t(per), 0);
+        bound[0] = bound[1] = 0x10020ac; // €
+        xcb_change_keyboard_mapping(m_c, 1, quint8(kc), quint8(per), bound.data());
+        xcb_flush(m_c);
+        QVERIFY(keymapBytes() != before);
+        QFile record(XTestKeySink::bindingRecordPath());
+        QVERIFY(record.open(QIODevice::WriteOnly));
+        pid_t dead = ::fork();
+        if (dead == 0)
+            ::_exit(0);
+        ::waitpid(dead, nullptr, 0);
+        record.write(QByteArray::number(dead) + ' ' + QByteArray::number(kc) + '\n');
+        record.close();
+        XTestKeySink next(m_c, m_layout.get());
+        QCOMPARE(keymapBytes(), before);
+        QVERIFY(!QFile::exists(XTestKeySink::bindingRecordPath()));
     }
 };
 

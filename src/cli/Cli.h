@@ -5,6 +5,12 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <functional>
+
+namespace tess {
+class PasswordFile;
+}
+
 namespace tess::cli {
 
 enum ExitCode {
@@ -13,15 +19,22 @@ enum ExitCode {
     ExitCannotOpen = 2,
     ExitCannotWrite = 3,
     ExitNoSuchEntry = 4,
-    ExitLeftOver = 5, // import: some records were not imported
+    ExitLeftOver = 5, // import: some records were not imported (login uses the same code)
+    ExitLoginFailed = 5, // a keystroke could not be sent, the browser did not start, cancelled
+    ExitNoX11 = 6,
 };
 
 // Writes "tessaline-cli: <message>" to standard error.
 void error(const QString &message);
 void out(const QString &text);
 
-// A value as JSON text (strings quoted), for listings.
+// A value as JSON text, for listings and scripts (the types as --help gives them).
 QString jsonText(const QVariant &value);
+// A dictionary as an indented JSON object, one key a line, sorted by key.
+QString jsonObjectText(const QVariantMap &map);
+
+// The file password for a new file, or a new one for a file, cannot be empty.
+extern const QString kEmptyFilePassword;
 
 // Removes "--name" from args; answers whether it was there.
 bool takeFlag(QStringList &args, const QString &name);
@@ -31,5 +44,16 @@ bool takeOption(QStringList &args, const QString &name, QString *value, bool *mi
 
 int runPrefs(QStringList args);
 int runFileCommand(const QString &command, const QStringList &args);
+// login and type: need a QGuiApplication on X11 (main makes one for them).
+int runLoginCommand(const QString &command, const QStringList &args);
+bool isLoginCommand(const QString &command);
+
+// Opens the password file with the file-password options of the file commands
+// (--password-stdin, --no-keychain) and runs body on the open file's entry list; answers the
+// opening's exit code when it fails, else body's.
+// With writes, opening does what it leaves to the first save otherwise (a login records the
+// visit); without, nothing is written.
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, bool writes,
+                 const std::function<int(PasswordFile &)> &body);
 
 } // namespace tess::cli

@@ -4,6 +4,7 @@
 #include "Exchange.h"
 
 #include "core/app/QWPrefs.h"
+#include "core/archive/Utf8.h"
 #include "core/entries/EntryList.h"
 #include "core/entries/Search.h"
 #include "core/exchange/Export.h"
@@ -11,11 +12,9 @@
 #include "platform/linux/SecretServiceKeychain.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTextStream>
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <fcntl.h>
@@ -23,6 +22,9 @@
 #include <unistd.h>
 
 namespace tess::cli {
+
+const QString kEmptyFilePassword = QStringLiteral("the file password cannot be empty");
+
 namespace {
 
 // Reads a line from the terminal without echo; false without a terminal or at its end.
@@ -62,7 +64,7 @@ bool readSecretFromTerminal(const QString &prompt, QString *out)
     if (::write(fd, "\n", 1) < 0) {
     }
     ::close(fd);
-    *out = QString::fromLocal8Bit(line);
+    *out = utf8Exactly(line);
     line.fill('\0');
     return gotLine || !line.isEmpty();
 }
@@ -84,7 +86,7 @@ public:
             return false;
         if (buf.endsWith('\r'))
             buf.chop(1);
-        *line = QString::fromUtf8(buf);
+        *line = utf8Exactly(buf);
         buf.fill('\0');
         return true;
     }
@@ -97,6 +99,8 @@ public:
     QString currentPassword; // with --password-stdin
     QString newPassword;     // for passwd with --password-stdin
     bool wrongPassword = false;
+    bool refuseEmptyNewPassword = false;
+    bool refusedEmpty = false;
     QStringList messages;
 
     bool askPassword(const QString &prompt, QString *password) override
@@ -119,11 +123,16 @@ public:
 
     bool askNewPassword(QString *password) override
     {
-        if (passwordFromStdin) {
+        if (passwordFromStdin)
             *password = newPassword;
-            return true;
+        else if (!askNewPasswordTwice(password))
+            return false;
+        if (refuseEmptyNewPassword && password->isEmpty()) {
+            error(kEmptyFilePassword);
+            refusedEmpty = true;
+            return false;
         }
-        return askNewPasswordTwice(password);
+        return true;
     }
 
     bool askNewPasswordTwice(QString *password)
@@ -165,41 +174,63 @@ struct Options {
     QStringList positional;
 };
 
-bool parseOptions(QStringList args, bool withFields, Options *o)
+// Options and operands in any order, read left to right; "--" ends the options, so that
+// what follows it (an entry named "--json") is an operand. An option's value is the next
+// argument whatever it looks like, or follows "=".
+bool parseOptions(const QStringList &args, bool withFields, Options *o)
 {
-    o->passwordStdin = takeFlag(args, QStringLiteral("--password-stdin"));
-    o->noKeychain = takeFlag(args, QStringLiteral("--no-keychain"));
-    o->json = takeFlag(args, QStringLiteral("--json"));
-    o->reveal = takeFlag(args, QStringLiteral("--reveal"));
-    if (withFields) {
-        o->passwordPrompt = takeFlag(args, QStringLiteral("--password-prompt"));
-        struct Field {
-            const char *flag;
-            QString *value;
-            bool *has;
-        } fields[] = {{"--name", &o->name, &o->hasName},         {"--url", &o->url, &o->hasURL},
-                      {"--user", &o->user, &o->hasUser},         {"--user2", &o->user2, &o->hasUser2},
-                      {"--password", &o->password, &o->hasPassword}, {"--notes", &o->notes, &o->hasNotes}};
-        for (const Field &f : fields) {
-            bool missing = false;
-            *f.has = takeOption(args, QString::fromLatin1(f.flag), f.value, &missing);
-            if (missing) {
-                error(QStringLiteral("%1 needs a value").arg(QLatin1String(f.flag)));
-                return false;
-            }
+    const QList<QPair<QString, bool *>> flags = {
+        {QStringLiteral("--password-stdin"), &o->passwordStdin}, {QStringLiteral("--no-keychain"), &o->noKeychain},
+        {QStringLiteral("--json"), &o->json}, {QStringLiteral("--reveal"), &o->reveal},
+        {QStringLiteral("--password-prompt"), withFields ? &o->passwordPrompt : nullptr}};
+    struct Field {
+        QString flag;
+        QString *value;
+        bool *has;
+    };
+    const QList<Field> fields = {{QStringLiteral("--name"), &o->name, &o->hasName},
+                                 {QStringLiteral("--url"), &o->url, &o->hasURL},
+                                 {QStringLiteral("--user"), &o->user, &o->hasUser},
+                                 {QStringLiteral("--user2"), &o->user2, &o->hasUser2},
+                                 {QStringLiteral("--password"), &o->password, &o->hasPassword},
+                                 {QStringLiteral("--notes"), &o->notes, &o->hasNotes}};
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString &a = args[i];
+        if (optionsEnded || !a.startsWith(u"--")) {
+            o->positional.append(a);
+            continue;
         }
+        if (a == u"--") {
+            optionsEnded = true;
+            continue;
+        }
+        const auto flag = std::find_if(flags.cbegin(), flags.cend(), [&](const auto &f) { return f.first == a && f.second; });
+        if (flag != flags.cend()) {
+            *flag->second = true;
+            continue;
+        }
+        const QString key = a.section(u'=', 0, 0);
+        const auto field = withFields ? std::find_if(fields.cbegin(), fields.cend(), [&](const Field &f) { return f.flag == key; })
+                                      : fields.cend();
+        if (field == fields.cend()) {
+            error(QStringLiteral("unknown option %1").arg(a));
+            return false;
+        }
+        if (key.size() < a.size()) {
+            *field->value = a.mid(key.size() + 1);
+        } else if (i + 1 < args.size()) {
+            *field->value = args[++i];
+        } else {
+            error(QStringLiteral("%1 needs a value").arg(a));
+            return false;
+        }
+        *field->has = true;
     }
     if (o->passwordPrompt && o->hasPassword) {
         error(QStringLiteral("--password and --password-prompt do not go together"));
         return false;
     }
-    for (const QString &a : std::as_const(args)) {
-        if (a.startsWith(u"--")) {
-            error(QStringLiteral("unknown option %1").arg(a));
-            return false;
-        }
-    }
-    o->positional = args;
     return true;
 }
 
@@ -224,7 +255,7 @@ public:
     // Answers 0 when open, else the exit code (the reason already said). With --password-stdin
     // the first line is the file password, and with `newPasswordFollows` the second line the
     // new one.
-    int open(bool newPasswordFollows)
+    int open(bool newPasswordFollows, PasswordFile::Writes writes)
     {
         if (!QFileInfo(m_file.packagePath()).isDir()) {
             error(QStringLiteral("%1: no such password file").arg(m_file.packagePath()));
@@ -237,15 +268,12 @@ public:
                 return ExitUsage;
             }
             m_delegate.newPassword = QString();
-            QString second;
-            if (newPasswordFollows && in.next(&second))
-                m_delegate.newPassword = second;
-            m_hasSecondLine = !m_delegate.newPassword.isNull();
+            m_hasSecondLine = newPasswordFollows && in.next(&m_delegate.newPassword);
         }
         const auto use = m_options.noKeychain    ? PasswordFile::KeychainUse::Never
                          : m_options.passwordStdin ? PasswordFile::KeychainUse::StatusOnly
                                                    : PasswordFile::KeychainUse::Password;
-        switch (m_file.open(use)) {
+        switch (m_file.open(use, writes)) {
         case PasswordFile::OpenResult::Opened:
             return reportMessages() ? 0 : ExitCannotWrite;
         case PasswordFile::OpenResult::NotAPasswordFile:
@@ -253,6 +281,11 @@ public:
             return ExitCannotOpen;
         case PasswordFile::OpenResult::NoScratchDirectory:
             reportMessages();
+            return ExitCannotOpen;
+        case PasswordFile::OpenResult::Damaged:
+            m_delegate.messages.clear();
+            error(QStringLiteral("%1: the file's entry list is damaged (%2); nothing was changed")
+                      .arg(m_file.packagePath(), m_file.damageReason()));
             return ExitCannotOpen;
         case PasswordFile::OpenResult::Cancelled:
             if (m_delegate.wrongPassword)
@@ -316,11 +349,6 @@ private:
     bool m_hasSecondLine = false;
 };
 
-QJsonValue jsonValue(const QVariant &v)
-{
-    return QJsonValue::fromVariant(v);
-}
-
 int runCreate(const Options &o)
 {
     if (o.positional.size() != 1) {
@@ -342,6 +370,10 @@ int runCreate(const Options &o)
     } else if (!asker.askNewPasswordTwice(&password)) {
         if (asker.noTerminal())
             error(QStringLiteral("no password given (use --password-stdin, or run in a terminal)"));
+        return ExitUsage;
+    }
+    if (password.isEmpty()) {
+        error(kEmptyFilePassword);
         return ExitUsage;
     }
     if (!PasswordFile::createPackage(path, password)) {
@@ -436,7 +468,9 @@ int runFileCommand(const QString &command, const QStringList &args)
 
     QWPrefs prefs(QWPrefs::applicationIDToLoad(), kApplicationID);
     Session session(packagePath(o.positional[0]), o);
-    if (int rc = session.open(command == u"passwd"))
+    // Nothing is written at opening: a reading command leaves the package as it was, and a
+    // changing one does the pre-2.0 upgrade and the conflict-copy merge in its one save.
+    if (int rc = session.open(command == u"passwd", PasswordFile::Writes::AtFirstSave))
         return rc;
     PasswordFile &file = session.file();
     EntryList &list = file.passwordArray();
@@ -448,7 +482,7 @@ int runFileCommand(const QString &command, const QStringList &args)
             if (command == u"ls" || entryMatches(e.toMap(), name))
                 names.append(entryName(e));
         if (o.json)
-            out(QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(names)).toJson(QJsonDocument::Compact)));
+            out(jsonText(names));
         else
             for (const QString &n : std::as_const(names))
                 out(n);
@@ -461,11 +495,10 @@ int runFileCommand(const QString &command, const QStringList &args)
             return noSuchEntry(name);
         const Entry e = list[row].toMap();
         if (o.json) {
-            QJsonObject obj;
-            for (auto it = e.cbegin(); it != e.cend(); ++it)
-                if (it.key() != EntryKey::Password || o.reveal)
-                    obj.insert(it.key(), jsonValue(it.value()));
-            out(QString::fromUtf8(QJsonDocument(obj).toJson(QJsonDocument::Indented)).trimmed());
+            Entry shown = e;
+            if (!o.reveal)
+                shown.remove(EntryKey::Password);
+            out(jsonObjectText(shown));
         } else {
             for (auto it = e.cbegin(); it != e.cend(); ++it)
                 out(it.key() + QStringLiteral(" = ") + displayText(it.key(), it.value(), o.reveal));
@@ -605,7 +638,12 @@ int runFileCommand(const QString &command, const QStringList &args)
             error(QStringLiteral("--password-stdin: give the current password, then the new one, one a line"));
             return ExitUsage;
         }
+        session.delegate().refuseEmptyNewPassword = true;
         const bool changed = file.changePassword();
+        if (session.delegate().refusedEmpty) {
+            session.delegate().messages.removeAll(PasswordFile::kPasswordNotChanged);
+            return ExitUsage;
+        }
         const bool ok = session.reportMessages();
         if (!ok)
             return ExitCannotWrite;
@@ -622,11 +660,30 @@ int runFileCommand(const QString &command, const QStringList &args)
             return ExitOK;
         file.toggleSavePWInKeychain(!on); // the menu item's check mark: shown when kept
         session.reportMessages();
+        // What opening left to the first save (the pre-2.0 upgrade, conflict copies) is done
+        // here too, as by every command that changes the file.
+        if (file.hasPendingWrites())
+            return session.save();
         return ExitOK;
     }
 
     error(QStringLiteral("unknown command \"%1\" (see --help)").arg(command));
     return ExitUsage;
+}
+
+int withOpenFile(const QString &path, bool passwordStdin, bool noKeychain, bool writes,
+                 const std::function<int(PasswordFile &)> &body)
+{
+    Options o;
+    o.passwordStdin = passwordStdin;
+    o.noKeychain = noKeychain;
+    Session session(packagePath(path), o);
+    // A login records the visit, so it opens as the application does; typing only reads.
+    if (int rc = session.open(false, writes ? PasswordFile::Writes::AtOpening : PasswordFile::Writes::AtFirstSave))
+        return rc;
+    const int rc = body(session.file());
+    session.reportMessages();
+    return rc;
 }
 
 } // namespace tess::cli

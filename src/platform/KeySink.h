@@ -15,14 +15,24 @@ public:
     // Puts text on the clipboard, marked as a secret for clipboard managers.
     virtual void setClipboard(const QString &text) = 0;
 
-    // Before a script plays: why typing cannot start now (the user still holds a modifier),
-    // or an empty string when it can.
+    // Before a typing step: why typing cannot start now (a key still held down, the hot key's
+    // own included), or an empty string when it can.
     virtual QString notReadyReason() { return {}; }
-    // Gets ready for the script's characters; answers how long to let the change settle
-    // before the first key, in microseconds.
+    // Gets ready for a typing step's characters (Caps Lock off, keys for characters the layout
+    // lacks). Answers how long to let the change settle before the first key, in microseconds,
+    // or a negative number when the step cannot be typed at all (failureReason() says why).
     virtual qint64 prepare(const QString &characters) { Q_UNUSED(characters); return 0; }
-    // The script is done: put back whatever prepare changed.
+    // Before each typed character; upcoming is the rest of the step from that character on.
+    // Answers 0 when it can go now, or how long to wait first (keys are being rebound for the
+    // next batch of unusual characters); negative when it cannot be typed (failureReason()).
+    virtual qint64 readyFor(const QString &upcoming) { Q_UNUSED(upcoming); return 0; }
+    // The step is done: Caps Lock as it was at the step's start.
     virtual void finish() {}
+    // Stops a step at once: every key it pressed goes up, Caps Lock and the keymap as before.
+    virtual void cancel() { finish(); }
+    // A broken connection or missing keyboard state: why keystrokes may not have arrived,
+    // or an empty string.
+    virtual QString failureReason() const { return {}; }
 };
 
 } // namespace tess

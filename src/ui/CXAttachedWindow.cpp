@@ -1,5 +1,8 @@
 #include "CXAttachedWindow.h"
 
+#include "platform/x11/X11Session.h"
+
+#include <QBitmap>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
@@ -31,16 +34,21 @@ void CXAttachedWindow::place()
         return;
     adjustSize();
     const QPoint anchor = m_window->mapToGlobal(m_leftAnchor);
-    const QRect screen = (m_window->screen() ? m_window->screen() : QGuiApplication::primaryScreen())->availableGeometry();
-    const int w = std::max(width(), std::min(m_rightAnchor.x() - m_leftAnchor.x(), 560));
+    const QScreen *onScreen = QGuiApplication::screenAt(anchor);
+    if (!onScreen)
+        onScreen = m_window->screen() ? m_window->screen() : QGuiApplication::primaryScreen();
+    const QRect screen = onScreen->availableGeometry();
+    const int w = std::min(std::max(width(), std::min(m_rightAnchor.x() - m_leftAnchor.x(), 560)), screen.width());
     resize(w, height());
     m_arrowUp = anchor.y() + m_distance + height() <= screen.bottom();
     QLayout *l = layout();
     l->setContentsMargins(12, 12 + (m_arrowUp ? kArrowHeight : 0), 12, 12 + (m_arrowUp ? 0 : kArrowHeight));
-    int x = std::clamp(anchor.x() - 28, screen.left(), std::max(screen.left(), screen.right() - w));
-    const int y = m_arrowUp ? anchor.y() + m_distance : anchor.y() - m_distance - height();
+    const int x = std::clamp(anchor.x() - 28, screen.left(), std::max(screen.left(), screen.right() + 1 - w));
+    const int wantedY = m_arrowUp ? anchor.y() + m_distance : anchor.y() - m_distance - height();
+    const int y = std::clamp(wantedY, screen.top(), std::max(screen.top(), screen.bottom() + 1 - height()));
     m_arrowX = std::clamp(anchor.x() - x + 12, kRadius + kArrowHalfWidth, w - kRadius - kArrowHalfWidth);
     move(x, y);
+    updateMask();
 }
 
 void CXAttachedWindow::showEvent(QShowEvent *event)
@@ -49,16 +57,20 @@ void CXAttachedWindow::showEvent(QShowEvent *event)
     QDialog::showEvent(event);
 }
 
+void CXAttachedWindow::resizeEvent(QResizeEvent *event)
+{
+    QDialog::resizeEvent(event);
+    updateMask();
+}
+
 void CXAttachedWindow::detach()
 {
     hide();
     m_window = nullptr;
 }
 
-void CXAttachedWindow::paintEvent(QPaintEvent *)
+QPainterPath CXAttachedWindow::outline() const
 {
-    QPainter p(this);
-    p.setRenderHint(QPainter::Antialiasing);
     const QRectF body = QRectF(rect()).adjusted(1, m_arrowUp ? kArrowHeight : 1, -1, m_arrowUp ? -1 : -kArrowHeight);
     QPainterPath path;
     path.addRoundedRect(body, kRadius, kRadius);
@@ -73,7 +85,31 @@ void CXAttachedWindow::paintEvent(QPaintEvent *)
         arrow.lineTo(m_arrowX + kArrowHalfWidth, body.bottom() - 1);
     }
     arrow.closeSubpath();
-    path = path.united(arrow);
+    return path.united(arrow);
+}
+
+void CXAttachedWindow::updateMask()
+{
+    if (X11Session::translucencyWorks()) {
+        clearMask();
+        return;
+    }
+    QBitmap shape(size());
+    shape.fill(Qt::color0);
+    QPainter p(&shape);
+    p.setPen(QPen(Qt::color1, 1));
+    p.setBrush(Qt::color1);
+    p.drawPath(outline());
+    p.end();
+    setMask(shape);
+}
+
+void CXAttachedWindow::paintEvent(QPaintEvent *)
+{
+    QPainter p(this);
+    // Edges blended with the transparent background would show as dark fringes in a mask.
+    p.setRenderHint(QPainter::Antialiasing, mask().isEmpty());
+    const QPainterPath path = outline();
     p.fillPath(path, palette().window());
     p.setPen(QPen(palette().mid().color(), 1));
     p.drawPath(path);

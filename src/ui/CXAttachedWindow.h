@@ -3,6 +3,7 @@
 // which the entry editor appears. Run modally, it ends with an integer result code.
 
 #include <QDialog>
+#include <QPainterPath>
 #include <QPointer>
 
 namespace tess {
@@ -22,9 +23,13 @@ public:
 protected:
     void paintEvent(QPaintEvent *event) override;
     void showEvent(QShowEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     void place();
+    QPainterPath outline() const;
+    // Without a compositor the window's transparent corners would be black: cut them away.
+    void updateMask();
 
     QPointer<QWidget> m_window;
     QPoint m_leftAnchor, m_rightAnchor;

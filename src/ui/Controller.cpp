@@ -6,6 +6,7 @@
 #include "platform/x11/X11Session.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
+#include "ui/Panels.h"
 
 #include <QApplication>
 #include <QDir>
@@ -153,6 +154,8 @@ MyDocument *Controller::openDocument(const QString &path)
         return open;
     }
     auto *doc = new MyDocument(path, m_keychain);
+    const QList<MyDocument *> others = documents();
+    placeDocumentWindow(doc, others.isEmpty() ? nullptr : others.last());
     m_documents.append(doc);
     connect(doc, &MyDocument::closed, this, [this](MyDocument *d) {
         if (!m_terminating)

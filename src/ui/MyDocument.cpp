@@ -22,6 +22,7 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QIconEngine>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -29,6 +30,7 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStyle>
 #include <QToolButton>
 #include <QUrl>
@@ -41,19 +43,32 @@ namespace {
 const QString kPWItems = QStringLiteral("PW Items");
 const QString kDBPath = QStringLiteral("DB Path");
 
+// The go-to-URL globe, drawn for the size and pixel ratio it is shown at, so that it stays
+// sharp on HiDPI screens.
+class GlobeIconEngine : public QIconEngine {
+public:
+    void paint(QPainter *p, const QRect &rect, QIcon::Mode, QIcon::State) override
+    {
+        p->save();
+        p->setRenderHint(QPainter::Antialiasing);
+        p->translate(rect.topLeft());
+        p->scale(rect.width() / 16.0, rect.height() / 16.0);
+        p->setPen(QPen(QColor(0x1f, 0x6f, 0xd0), 1.5));
+        p->setBrush(Qt::NoBrush);
+        p->drawEllipse(QRectF(1.5, 1.5, 13, 13));
+        p->drawLine(QPointF(1.5, 8), QPointF(14.5, 8));
+        p->drawEllipse(QRectF(5, 1.5, 6, 13));
+        p->restore();
+    }
+    QIconEngine *clone() const override { return new GlobeIconEngine; }
+};
+
 QIcon websiteIcon(bool enabled)
 {
     if (!enabled)
         return QIcon(); // "blank"
-    QPixmap pm(16, 16);
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor(0x1f, 0x6f, 0xd0), 1.5));
-    p.drawEllipse(QRectF(1.5, 1.5, 13, 13));
-    p.drawLine(QPointF(1.5, 8), QPointF(14.5, 8));
-    p.drawEllipse(QRectF(5, 1.5, 6, 13));
-    return QIcon(pm);
+    static const QIcon globe(new GlobeIconEngine);
+    return globe;
 }
 
 } // namespace
@@ -109,6 +124,10 @@ void MyDocument::buildWindow()
     searchForwardButton = new QToolButton;
     searchForwardButton->setArrowType(Qt::RightArrow);
     searchForwardButton->setToolTip(QStringLiteral("Find Next"));
+    // The arrows and the field show no words: say what they are to screen readers.
+    searchField->setAccessibleName(QStringLiteral("Search"));
+    searchBackwardButton->setAccessibleName(QStringLiteral("Find Previous"));
+    searchForwardButton->setAccessibleName(QStringLiteral("Find Next"));
 
     auto *top = new QHBoxLayout;
     top->addWidget(addButton);
@@ -125,6 +144,8 @@ void MyDocument::buildWindow()
     passwordTable->setColumns({{QStringLiteral("NOCHANGE"), QString()}, {QStringLiteral("NOCHANGE"), QStringLiteral("Name")}});
     passwordTable->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Fixed);
     passwordTable->setColumnWidth(0, 28);
+    passwordTable->setColumnAccessibleName(0, QStringLiteral("Go To URL"));
+    passwordTable->setAccessibleName(QStringLiteral("Entries"));
     passwordTable->setAddButton(addButton);
     passwordTable->setDeleteButton(deleteButton);
 
@@ -142,9 +163,15 @@ void MyDocument::buildWindow()
     bottom->addStretch();
     bottom->addWidget(saveMsg);
 
+    lockedMessage = new QLabel(QStringLiteral("Locked. The password is asked for when this window comes to the front."));
+    lockedMessage->setAlignment(Qt::AlignCenter);
+    lockedMessage->setWordWrap(true);
+    lockedMessage->hide();
+
     auto *layout = new QVBoxLayout(central);
     layout->addLayout(top);
     layout->addWidget(passwordTable);
+    layout->addWidget(lockedMessage, 1);
     layout->addLayout(bottom);
     setCentralWidget(central);
     resize(460, 520);
@@ -155,6 +182,13 @@ void MyDocument::buildWindow()
     connect(searchBackwardButton, &QToolButton::clicked, this, [this] { search(false); });
     connect(searchForwardButton, &QToolButton::clicked, this, [this] { search(true); });
     connect(searchField, &QLineEdit::returnPressed, this, [this] { search(true); });
+    // Escape gives up the search: the field is cleared and the keyboard is back in the list.
+    auto *giveUpSearch = new QShortcut(QKeySequence(Qt::Key_Escape), searchField, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(giveUpSearch, &QShortcut::activated, this, [this] {
+        searchField->clear();
+        notFoundMessage->hide();
+        passwordTable->setFocus(Qt::ShortcutFocusReason);
+    });
     // The search controls are live exactly while there is text to look for.
     auto searchTextChanged = [this] {
         const bool any = !searchField->text().isEmpty();
@@ -320,6 +354,7 @@ void MyDocument::openDatabase()
     case PasswordFile::OpenResult::NotAPasswordFile:
     case PasswordFile::OpenResult::NoScratchDirectory:
     case PasswordFile::OpenResult::Cancelled:
+    case PasswordFile::OpenResult::Damaged:
         m_closing = true;
         close();
         return;
@@ -742,6 +777,9 @@ void MyDocument::setPromptForPassword()
 {
     passwordTimer.stop();
     m_promptForPassword = true;
+    // Nobody passing by reads the entry names of a locked document.
+    passwordTable->hide();
+    lockedMessage->show();
     // A locked document's entry is typed by no hot key.
     gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
@@ -759,6 +797,8 @@ void MyDocument::windowDidBecomeMain()
         recheckPassword();
         if (m_closing)
             return;
+        lockedMessage->hide();
+        passwordTable->show();
     }
     gWebsiteDocument = this;
     gWPM = m_wpm;

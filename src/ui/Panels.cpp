@@ -13,21 +13,63 @@
 
 namespace tess {
 
-QPoint panelPosition(const QRect &window, const QSize &panel, int screenWidth)
+QPoint panelPosition(const QRect &window, const QSize &panel, const QRect &available)
 {
-    int x = window.x() + (window.width() - panel.width()) / 2;
+    // Centred over the window, then kept inside the available area of the window's screen
+    // (left edge first when the panel is wider or taller than that area).
+    const int x = window.x() + (window.width() - panel.width()) / 2;
     const int y = window.y() + (window.height() - panel.height()) / 2;
-    x = std::max(0, x - std::max(0, x + panel.width() - screenWidth));
-    return {x, y};
+    return {std::max(available.left(), std::min(x, available.right() + 1 - panel.width())),
+            std::max(available.top(), std::min(y, available.bottom() + 1 - panel.height()))};
+}
+
+QRect availableGeometryFor(const QWidget *window)
+{
+    const QRect frame = window ? window->frameGeometry() : QRect();
+    const QScreen *screen = window ? QGuiApplication::screenAt(frame.center()) : nullptr;
+    if (!screen && window)
+        screen = window->screen();
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+QPoint documentWindowPosition(const QSize &frame, const QRect &available, const QRect &previous)
+{
+    // The first window centred, each further one a step down and right of the one opened
+    // before it; back to the top-left corner of the area once a step would leave it.
+    constexpr int kStep = 28;
+    QPoint p = previous.isNull() ? available.topLeft() + QPoint((available.width() - frame.width()) / 2,
+                                                                (available.height() - frame.height()) / 2)
+                                 : previous.topLeft() + QPoint(kStep, kStep);
+    if (!previous.isNull() && (p.x() + frame.width() > available.right() + 1 || p.y() + frame.height() > available.bottom() + 1))
+        p = available.topLeft();
+    return {std::max(available.left(), std::min(p.x(), available.right() + 1 - frame.width())),
+            std::max(available.top(), std::min(p.y(), available.bottom() + 1 - frame.height()))};
+}
+
+void placeDocumentWindow(QWidget *window, const QWidget *previous)
+{
+    // The window manager puts a window where it likes (partly off the screen, or on another
+    // monitor than the window it came from); a position of our own also lets a panel be
+    // placed over the window before the window manager has answered.
+    const QRect available = availableGeometryFor(previous ? previous : window);
+    if (available.isEmpty())
+        return;
+    // The title bar and borders are not known before the first showing: leave room for them.
+    const QSize decoration(8, 32);
+    window->ensurePolished();
+    const QSize size = window->size().boundedTo(available.size() - decoration);
+    window->resize(size);
+    const QSize frame = size + decoration;
+    window->move(documentWindowPosition(frame, available, previous ? previous->frameGeometry() : QRect()));
 }
 
 bool runPanel(QDialog *panel, QWidget *window)
 {
     panel->adjustSize();
-    if (window) {
-        const QScreen *screen = window->screen() ? window->screen() : QGuiApplication::primaryScreen();
-        panel->move(panelPosition(window->frameGeometry(), panel->size(), screen->availableGeometry().width()));
-    }
+    if (window)
+        panel->move(panelPosition(window->frameGeometry(), panel->size(), availableGeometryFor(window)));
     panel->raise();
     panel->activateWindow();
     const int code = panel->exec();

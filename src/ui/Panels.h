@@ -10,11 +10,19 @@ class QPushButton;
 
 namespace tess {
 
-// runPanel: centre the panel over the window, keep it on the screen horizontally, run it
-// modally; YES when it ended with code 1.
+// runPanel: centre the panel over the window, keep it inside the available area of the
+// window's screen, run it modally; YES when it ended with code 1.
 bool runPanel(QDialog *panel, QWidget *window);
 // The placement alone, for tests.
-QPoint panelPosition(const QRect &window, const QSize &panel, int screenWidth);
+QPoint panelPosition(const QRect &window, const QSize &panel, const QRect &available);
+// The available area (without panels and docks) of the screen the window is on.
+QRect availableGeometryFor(const QWidget *window);
+
+// A new document window goes on the screen of the window opened before it (or the primary
+// screen), cascaded from that window and wholly inside the screen's available area.
+void placeDocumentWindow(QWidget *window, const QWidget *previous);
+// The placement alone, for tests: the frame's top-left corner.
+QPoint documentWindowPosition(const QSize &frame, const QRect &available, const QRect &previous);
 
 class PasswordPanel : public QDialog {
     Q_OBJECT

@@ -36,8 +36,12 @@ public:
 
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override
     {
-        if (orientation == Qt::Horizontal && role == Qt::DisplayRole && section < m_table->m_columns.size())
+        if (orientation != Qt::Horizontal || section >= m_table->m_columns.size())
+            return {};
+        if (role == Qt::DisplayRole)
             return m_table->m_columns[section].second;
+        if (role == Qt::AccessibleTextRole && m_table->m_accessibleNames.contains(section))
+            return m_table->m_accessibleNames.value(section);
         return {};
     }
 
@@ -75,8 +79,15 @@ public:
         }
         case Qt::ToolTipRole: {
             const QString tip = d.toolTipForCell ? d.toolTipForCell(m_table, index.column(), index.row()) : QString();
-            return tip.isEmpty() ? QVariant() : QVariant(tip);
+            // Tool tips whose first line looks like markup are shown as rich text: a user ID
+            // or note such as "<b>x" must show as typed.
+            return tip.isEmpty() ? QVariant()
+                                 : QVariant(QStringLiteral("<p style=\"white-space:pre-wrap\">") + tip.toHtmlEscaped() + QStringLiteral("</p>"));
         }
+        case Qt::AccessibleTextRole:
+            if (m_table->m_accessibleNames.contains(index.column()))
+                return m_table->m_accessibleNames.value(index.column());
+            return data(index, Qt::DisplayRole);
         default:
             return {};
         }
@@ -153,6 +164,9 @@ QWCellTableViewArray::QWCellTableViewArray(QWidget *parent) : QTableView(parent)
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setShowGrid(false);
+    // Tab leaves the table for the next control, as everywhere else on the desktop; the
+    // arrow keys move the selection. (An open cell editor still tabs from cell to cell.)
+    setTabKeyNavigation(false);
     verticalHeader()->hide();
     horizontalHeader()->setStretchLastSection(true);
     connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] { handleSelectionChange(); });
@@ -316,9 +330,25 @@ qsizetype QWCellTableViewArray::addEntryToArray(const QVariant &element)
 
 void QWCellTableViewArray::removeBlankEntries()
 {
-    for (qsizetype i = m_array->size() - 1; i >= 0; --i)
-        if (orderingValue(m_array->at(i)).toString().isEmpty())
-            m_array->removeAt(i);
+    removeBlankEntriesExcept(-1);
+}
+
+int QWCellTableViewArray::removeBlankEntriesExcept(int keep)
+{
+    // The row being edited may be blank itself (the first of two new rows): it stays, and its
+    // index follows the rows removed above it, so the edit lands on it and on nothing else.
+    bool removed = false;
+    for (qsizetype i = m_array->size() - 1; i >= 0; --i) {
+        if (i == keep || !orderingValue(m_array->at(i)).toString().isEmpty())
+            continue;
+        m_array->removeAt(i);
+        removed = true;
+        if (i < keep)
+            --keep;
+    }
+    if (removed)
+        reloadData();
+    return keep;
 }
 
 void QWCellTableViewArray::setObjectValue(const QVariant &value, int column, int row)
@@ -334,10 +364,8 @@ void QWCellTableViewArray::setObjectValue(const QVariant &value, int column, int
     if (oldValue == value)
         return;
     hideErrorMessage();
-    if (row != m_array->size() - 1) {
-        removeBlankEntries();
-        row = int(std::min<qsizetype>(row, m_array->size() - 1));
-    }
+    if (row != m_array->size() - 1)
+        row = removeBlankEntriesExcept(row);
     if (identifier.startsWith(QStringLiteral("Unique")) && !value.toString().isEmpty()) {
         const bool ignoreCase = identifier.startsWith(QStringLiteral("UniqueI"));
         const QString text = value.toString();

@@ -56,6 +56,8 @@ public:
     void setAddButton(QAbstractButton *button) { m_addButton = button; }
     void setDeleteButton(QAbstractButton *button) { m_deleteButton = button; }
     void setErrorMessageField(QLabel *field) { m_errorField = field; }
+    // What a screen reader calls a column that shows no words (an icon column).
+    void setColumnAccessibleName(int column, const QString &name) { m_accessibleNames.insert(column, name); }
 
     // initWithArray:editDelegate:keys: — the array is shared with its owner, not copied. No
     // keys: a list of plain strings.
@@ -93,6 +95,8 @@ private:
     QVariant orderingValue(const QVariant &element) const;
     QString keyForColumn(int column) const;
     void handleSelectionChange();
+    // removeBlankEntries, sparing one row; answers where that row is afterwards.
+    int removeBlankEntriesExcept(int keep);
 
     QWCellTableViewArrayModel *m_model;
     QAbstractButton *m_addButton = nullptr;
@@ -109,6 +113,7 @@ private:
     bool m_nonAlphabetized = false;
     QList<QPair<QString, QString>> m_columns;
     QStringList m_pasteboardTypes;
+    QHash<int, QString> m_accessibleNames;
 };
 
 } // namespace tess

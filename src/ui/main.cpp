@@ -1,5 +1,6 @@
 // Tessaline: the desktop application.
 
+#include "core/app/PlatformChoice.h"
 #include "core/app/QWPrefs.h"
 #include "core/shortcuts/KeyNames.h"
 #include "platform/linux/SecretServiceKeychain.h"
@@ -13,10 +14,37 @@
 #include <QTimer>
 
 #include <memory>
+#include <vector>
+
+namespace {
+
+// The arguments for QApplication: those given, plus "-platform xcb" where the session is
+// Wayland with XWayland and the user chose no platform. (An argument rather than the
+// environment variable, which browsers and other programs we start would inherit.)
+std::vector<char *> argumentsWithPlatform(int argc, char **argv)
+{
+    static char platformOption[] = "-platform";
+    static QByteArray platform;
+    std::vector<char *> args(argv, argv + argc);
+    QStringList given;
+    for (int i = 0; i < argc; ++i)
+        given.append(QString::fromLocal8Bit(argv[i]));
+    platform = tess::preferredPlatformPlugin(QProcessEnvironment::systemEnvironment(), given);
+    if (!platform.isEmpty()) {
+        args.push_back(platformOption);
+        args.push_back(platform.data());
+    }
+    args.push_back(nullptr);
+    return args;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
-    QApplication app(argc, argv);
+    std::vector<char *> args = argumentsWithPlatform(argc, argv);
+    int count = int(args.size()) - 1;
+    QApplication app(count, args.data());
     QApplication::setApplicationName(QStringLiteral("Tessaline"));
     QApplication::setApplicationVersion(QStringLiteral(TESSALINE_VERSION));
     QApplication::setDesktopFileName(tess::kApplicationID);

@@ -3,6 +3,7 @@
 #include "core/archive/KeyedArchive.h"
 #include "core/storage/QWCrypt.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -48,6 +49,22 @@ bool makePackage(const QString &path, const QString &password, const QVariantLis
     return QDir().mkpath(path)
         && writeBytes(path + "/Data.qvmi", encryptForFile(archive::encodeKeyedArchive(entries), password, false))
         && writeBytes(path + "/Recent Websites.qvmi", encryptForFile(archive::encodeKeyedArchive(t), password, false));
+}
+
+QByteArray packageDigest(const QString &path)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QDirIterator it(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    QStringList names;
+    while (it.hasNext())
+        names.append(it.next());
+    names.sort();
+    for (const QString &name : std::as_const(names)) {
+        hash.addData(QFile::encodeName(name));
+        hash.addData(QByteArrayView("\0", 1));
+        hash.addData(readBytes(name));
+    }
+    return hash.result();
 }
 
 QStringList scratchDirectories()

@@ -47,6 +47,8 @@ QByteArray readBytes(const QString &path); // empty when it cannot be read
 bool makePackage(const QString &path, const QString &password, const QVariantList &entries,
                  const QStringList &titles = {});
 
+// A digest of everything a package holds: every name below it and every file's bytes.
+QByteArray packageDigest(const QString &path);
 // The entry list in the package as another program would read it now; empty if it cannot.
 QVariantList listOnDisk(const QString &path, const QString &password = QStringLiteral("pw"));
 

@@ -11,6 +11,7 @@
 #include <QEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QTest>
 
 namespace tess::testsupport {
@@ -111,6 +112,33 @@ bool activate(QWidget *w)
 void selectByName(MyDocument *doc, const QString &name)
 {
     doc->passwordTable->selectRowAlone(int(entryWithName(doc->file().passwordArray(), name)));
+}
+
+namespace {
+void xdotool(const QStringList &args)
+{
+    QProcess p;
+    p.start(QStringLiteral("xdotool"), args);
+    // Keep handling events meanwhile: the keys go to our own windows.
+    QTRY_VERIFY2(p.state() == QProcess::NotRunning, "xdotool did not end");
+    QCOMPARE(p.exitCode(), 0);
+    QTest::qWait(150);
+}
+} // namespace
+
+void pressKeys(const QStringList &keys)
+{
+    xdotool(QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("40")} + keys);
+}
+
+void typeText(const QString &text)
+{
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("40"), text});
+}
+
+void moveMouse(const QPoint &global)
+{
+    xdotool({QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())});
 }
 
 void typePassword(QWidget *w, const QString &password, QString *promptSeen)

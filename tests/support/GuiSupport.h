@@ -70,6 +70,13 @@ MyDocument *openDocument(Controller *controller, const QString &path, const QStr
 bool activate(QWidget *w);
 void selectByName(MyDocument *doc, const QString &name);
 
+// The keyboard and mouse through the X server (XTest, by xdotool), into whatever window has
+// the focus, as a user's would be; each returns once the events have been handled here.
+// Keys are xdotool's names: "ctrl+f", "Tab", "shift+Tab", "Return".
+void pressKeys(const QStringList &keys);
+void typeText(const QString &text);
+void moveMouse(const QPoint &global);
+
 // Types the password into the document's password panel and presses OK.
 void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr);
 

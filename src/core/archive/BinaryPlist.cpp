@@ -1,5 +1,7 @@
 #include "BinaryPlist.h"
 
+#include "Utf8.h"
+
 #include <QtEndian>
 
 #include <cstring>
@@ -135,8 +137,17 @@ private:
             if (!need(pos, std::uint64_t(n)))
                 return fail(QStringLiteral("truncated integer"));
             o->kind = Kind::Int;
-            // 16-byte integers carry the value in their low 8 bytes.
-            o->integer = std::int64_t(n == 16 ? readBE(m_data + pos + 8, 8) : readBE(m_data + pos, n));
+            if (n < 16) { // 8 bytes are signed, fewer are never negative
+                o->integer = std::int64_t(readBE(m_data + pos, n));
+                return true;
+            }
+            // 16 bytes: a signed 128-bit value, which must fit in 64 bits, signed or unsigned.
+            const std::uint64_t high = readBE(m_data + pos, 8), low = readBE(m_data + pos + 8, 8);
+            const bool topBit = low >> 63;
+            if (high != 0 && !(high == ~std::uint64_t(0) && topBit))
+                return fail(QStringLiteral("integer beyond 64 bits"));
+            o->integer = std::int64_t(low);
+            o->unsignedInt = high == 0 && topBit;
             return true;
         }
         case 0x2:
@@ -327,7 +338,13 @@ private:
             m_out.push_back(char(o.boolean ? 0x09 : 0x08));
             break;
         case Kind::Int:
-            putInt(o.integer);
+            if (o.unsignedInt && o.integer < 0) { // 2^63 and above: a 16-byte integer
+                m_out.push_back(char(0x14));
+                putBE(0, 8);
+                putBE(std::uint64_t(o.integer), 8);
+            } else {
+                putInt(o.integer);
+            }
             break;
         case Kind::Real:
         case Kind::Date:
@@ -408,7 +425,7 @@ QString Document::string(const Object &o) const
     case Object::Text::Ascii:
         return QString::fromLatin1(p, qsizetype(o.refCount));
     case Object::Text::Utf8:
-        return QString::fromUtf8(p, qsizetype(o.refCount));
+        return utf8Exactly(QByteArrayView(p, qsizetype(o.refCount)));
     case Object::Text::Utf16: {
         QString s(qsizetype(o.refCount), Qt::Uninitialized);
         char16_t *d = reinterpret_cast<char16_t *>(s.data());
@@ -472,6 +489,11 @@ void Document::setString(std::uint32_t index, const QString &s)
     objects[index].kind = o.kind;
     objects[index].text = o.text;
     objects[index].integer = o.integer;
+}
+
+void Document::setData(std::uint32_t index, const QByteArray &d)
+{
+    objects[index] = ownedObject(Kind::Data, dataPool, d);
 }
 
 QByteArray write(const Document &doc)

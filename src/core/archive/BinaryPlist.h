@@ -26,6 +26,8 @@ struct Object {
 
     Kind kind;
     bool real32 = false;  // a 4-byte real (float) rather than 8 bytes
+    // An integer of 2^63 or more (a 16-byte integer object): `integer` holds its bits.
+    bool unsignedInt = false;
     bool boolean = false;
     // Strings: how the text is stored (see Document::string()).
     enum class Text : std::uint8_t { Ascii, Utf16, Utf8, Owned } text = Text::Ascii;
@@ -38,6 +40,10 @@ struct Object {
     double real = 0;          // Real, Date
 
     static Object makeInt(std::int64_t v) { Object o(Kind::Int); o.integer = v; return o; }
+    static Object makeUnsigned(std::uint64_t v)
+    {
+        Object o(Kind::Int); o.integer = std::int64_t(v); o.unsignedInt = v > std::uint64_t(INT64_MAX); return o;
+    }
     static Object makeUid(std::uint32_t v) { Object o(Kind::Uid); o.integer = v; return o; }
     static Object makeBool(bool v) { Object o(Kind::Bool); o.boolean = v; return o; }
     static Object makeReal(double v, bool is32 = false)
@@ -81,6 +87,7 @@ struct Document {
     std::uint32_t addString(const QString &s);
     std::uint32_t addData(const QByteArray &d);
     void setString(std::uint32_t index, const QString &s);
+    void setData(std::uint32_t index, const QByteArray &d);
 };
 
 // Parses a binary plist. On failure answers false and says why in *error. Every reference is

@@ -123,6 +123,71 @@ private:
         return n;
     }
 
+    // Puts back an object kept as it was read: its table's objects are appended, each archive
+    // object among them takes the next number, and its UIDs are renumbered to match.
+    std::uint32_t encodeArchived(const ArchivedObject &a)
+    {
+        bplist::Document in;
+        QString why;
+        if (!bplist::parse(a.objects, &in, &why) || in.top + 1 != in.objects.size()
+            || in.objects[in.top].kind != Kind::Array || in.objects[in.top].refCount == 0) {
+            m_error = QStringLiteral("a kept object is damaged");
+            return 0;
+        }
+        const std::uint32_t offset = std::uint32_t(m_doc.objects.size());
+        std::vector<std::uint32_t> numbers;
+        for (std::uint32_t r : in.refs(in.top)) {
+            if (r >= in.top) {
+                m_error = QStringLiteral("a kept object is damaged");
+                return 0;
+            }
+            numbers.push_back(archive(offset + r));
+        }
+        std::vector<std::uint32_t> refs;
+        for (std::uint32_t i = 0; i < in.top; ++i) {
+            const Object &o = in.objects[i];
+            switch (o.kind) {
+            case Kind::String:
+                addString(in.string(o));
+                break;
+            case Kind::Data:
+                m_doc.addData(in.data(o));
+                break;
+            case Kind::Uid:
+                if (std::uint64_t(o.integer) > numbers.size()) {
+                    m_error = QStringLiteral("a kept object is damaged");
+                    return 0;
+                }
+                add(Object::makeUid(o.integer == 0 ? 0 : numbers[std::size_t(o.integer - 1)]));
+                break;
+            case Kind::Array:
+            case Kind::Set:
+            case Kind::Dict: {
+                refs.clear();
+                for (std::uint32_t r : in.refs(o))
+                    refs.push_back(offset + r);
+                const std::uint32_t c = add(Object(o.kind));
+                m_doc.setRefs(c, refs);
+                break;
+            }
+            default:
+                add(Object(o));
+                break;
+            }
+        }
+        return numbers.front();
+    }
+
+    std::uint32_t encodeInt(std::int64_t i)
+    {
+        auto it = m_ints.find(i);
+        if (it != m_ints.end())
+            return it->second;
+        const std::uint32_t n = archive(add(Object::makeInt(i)));
+        m_ints.emplace(i, n);
+        return n;
+    }
+
     std::uint32_t encode(const QVariant &v, int depth)
     {
         if (depth > kMaxDepth) {
@@ -136,22 +201,25 @@ private:
                 slot = archive(add(Object::makeBool(v.toBool())));
             return slot;
         }
+        case QMetaType::ULongLong:
+        case QMetaType::ULong: {
+            const std::uint64_t u = v.toULongLong();
+            if (u <= std::uint64_t(INT64_MAX))
+                return encodeInt(std::int64_t(u));
+            auto it = m_unsigned.find(u);
+            if (it != m_unsigned.end())
+                return it->second;
+            const std::uint32_t n = archive(add(Object::makeUnsigned(u)));
+            m_unsigned.emplace(u, n);
+            return n;
+        }
         case QMetaType::Int:
         case QMetaType::UInt:
         case QMetaType::LongLong:
-        case QMetaType::ULongLong:
         case QMetaType::Short:
         case QMetaType::UShort:
         case QMetaType::Long:
-        case QMetaType::ULong: {
-            const std::int64_t i = v.toLongLong();
-            auto it = m_ints.find(i);
-            if (it != m_ints.end())
-                return it->second;
-            const std::uint32_t n = archive(add(Object::makeInt(i)));
-            m_ints.emplace(i, n);
-            return n;
-        }
+            return encodeInt(v.toLongLong());
         case QMetaType::Double:
             return archive(add(Object::makeReal(v.toDouble())));
         case QMetaType::Float:
@@ -213,6 +281,8 @@ private:
             return n;
         }
         default:
+            if (v.metaType() == QMetaType::fromType<ArchivedObject>())
+                return encodeArchived(*static_cast<const ArchivedObject *>(v.constData()));
             m_error = QStringLiteral("cannot archive a value of type %1").arg(QString::fromLatin1(v.typeName()));
             return 0;
         }
@@ -225,6 +295,7 @@ private:
     QHash<QString, std::uint32_t> m_strings;
     std::unordered_map<const QChar *, std::pair<QString, std::uint32_t>> m_keyBuffers;
     std::unordered_map<std::int64_t, std::uint32_t> m_ints;
+    std::unordered_map<std::uint64_t, std::uint32_t> m_unsigned;
     std::uint32_t m_yes = 0, m_no = 0;
     std::uint32_t m_nsObjects = 0, m_nsKeys = 0, m_class = 0, m_className = 0, m_classes = 0;
     QString m_error;
@@ -361,7 +432,7 @@ private:
         // that share one subtree many times, and catches cycles.
         const Kind kind = m_doc.objects[plistIndex].kind;
         if (kind != Kind::Dict && !(memoizeStrings && kind == Kind::String))
-            return decodeFresh(plistIndex, depth);
+            return decodeFresh(number, plistIndex, depth);
         switch (m_state[number]) {
         case State::Done:
             return m_values[number];
@@ -371,7 +442,7 @@ private:
             break;
         }
         m_state[number] = State::Busy;
-        QVariant v = decodeFresh(plistIndex, depth);
+        QVariant v = decodeFresh(number, plistIndex, depth);
         if (!m_error.isEmpty())
             return {};
         m_state[number] = State::Done;
@@ -379,13 +450,15 @@ private:
         return v;
     }
 
-    QVariant decodeFresh(std::uint32_t plistIndex, int depth)
+    QVariant decodeFresh(std::uint64_t number, std::uint32_t plistIndex, int depth)
     {
         const Object &o = m_doc.objects[plistIndex];
         switch (o.kind) {
         case Kind::String:
             return m_doc.string(o);
         case Kind::Int:
+            if (o.unsignedInt)
+                return QVariant::fromValue<quint64>(std::uint64_t(o.integer));
             return QVariant::fromValue<qint64>(o.integer);
         case Kind::Bool:
             return o.boolean;
@@ -394,13 +467,85 @@ private:
         case Kind::Data:
             return m_doc.data(o);
         case Kind::Dict:
-            return decodeInstance(o, depth);
+            return decodeInstance(number, o, depth);
+        case Kind::Date:
+            return capture(number, QStringLiteral("date"));
+        case Kind::Array:
+        case Kind::Set:
+            return capture(number, o.kind == Kind::Set ? QStringLiteral("set") : QStringLiteral("array"));
         default:
             return error(QStringLiteral("unexpected object in archive"));
         }
     }
 
-    QVariant decodeInstance(const Object &o, int depth)
+    // Keeps an object of a kind we do not model as it was archived, with everything it reaches
+    // (its class description too): the objects it reaches become a table of their own, their
+    // UIDs numbered into it. Copied breadth first, each plist object once: sharing and cycles
+    // cost nothing and cannot recurse.
+    QVariant capture(std::uint64_t number, const QString &className)
+    {
+        bplist::Document out;
+        std::vector<std::uint32_t> reached;                      // out index -> our plist index
+        std::unordered_map<std::uint32_t, std::uint32_t> outIndex; // our plist index -> out index
+        std::vector<std::uint64_t> numbers;                      // captured archive objects
+        std::unordered_map<std::uint64_t, std::uint32_t> numberIndex;
+        auto reach = [&](std::uint32_t plistIndex) {
+            auto [it, added] = outIndex.emplace(plistIndex, std::uint32_t(reached.size()));
+            if (added) {
+                reached.push_back(plistIndex);
+                out.objects.emplace_back();
+            }
+            return it->second;
+        };
+        auto reachNumber = [&](std::uint64_t n) {
+            auto [it, added] = numberIndex.emplace(n, std::uint32_t(numbers.size()));
+            if (added) {
+                numbers.push_back(n);
+                reach(m_objects[n]);
+            }
+            return it->second + 1; // UID 0 stays nil
+        };
+        reachNumber(number);
+        std::vector<std::uint32_t> refs;
+        for (std::uint32_t i = 0; i < reached.size(); ++i) {
+            const Object &o = m_doc.objects[reached[i]];
+            switch (o.kind) {
+            case Kind::String:
+                out.setString(i, m_doc.string(o));
+                break;
+            case Kind::Data:
+                out.setData(i, m_doc.data(o));
+                break;
+            case Kind::Uid:
+                if (std::uint64_t(o.integer) >= m_objects.size())
+                    return error(QStringLiteral("object reference out of range"));
+                out.objects[i] = Object::makeUid(o.integer == 0 ? 0 : reachNumber(std::uint64_t(o.integer)));
+                break;
+            case Kind::Array:
+            case Kind::Set:
+            case Kind::Dict:
+                refs.clear();
+                for (std::uint32_t r : m_doc.refs(o))
+                    refs.push_back(reach(r));
+                out.objects[i] = Object(o.kind);
+                out.setRefs(i, refs);
+                break;
+            default:
+                out.objects[i] = o;
+                break;
+            }
+        }
+        // The table's last object lists the captured archive objects, the first its root.
+        refs.clear();
+        for (std::uint64_t n : numbers)
+            refs.push_back(outIndex.at(m_objects[n]));
+        out.objects.emplace_back(Kind::Array);
+        out.top = std::uint32_t(out.objects.size() - 1);
+        out.setRefs(out.top, refs);
+        return QVariant::fromValue(ArchivedObject{className, bplist::write(out)});
+    }
+
+    QVariant decodeInstance(std::uint64_t number, const Object &o, int depth)
     {
         const Object *cls = instanceMember(o, Class);
         if (!cls || cls->kind != Kind::Uid || std::uint64_t(cls->integer) >= m_objects.size())
@@ -465,7 +610,7 @@ private:
                 return error(QStringLiteral("bad string"));
             return m_doc.string(*s);
         }
-        return error(QStringLiteral("unsupported class %1").arg(m_doc.string(*member(clsDict, "$classname"))));
+        return capture(number, m_doc.string(*member(clsDict, "$classname")));
     }
 
     bplist::Document m_doc;

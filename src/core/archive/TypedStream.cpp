@@ -1,5 +1,7 @@
 #include "TypedStream.h"
 
+#include "Utf8.h"
+
 #include <QtEndian>
 
 #include <cstring>
@@ -311,7 +313,7 @@ private:
             QByteArray utf8;
             if (!expectType("+") || !readUnsharedString(&utf8))
                 return {};
-            return QString::fromUtf8(utf8);
+            return utf8Exactly(utf8);
         }
         if (className == QLatin1String("NSArray") || className == QLatin1String("NSMutableArray")) {
             std::int64_t count;
@@ -402,6 +404,8 @@ private:
                 v = std::uint16_t(v);
             else if (t == 'I' || t == 'L')
                 v = std::uint32_t(v);
+            else if (t == 'Q' && v < 0) // 2^63 and above
+                return QVariant::fromValue<quint64>(std::uint64_t(v));
             return QVariant::fromValue<qint64>(v);
         }
         case 'f':

@@ -50,6 +50,14 @@ QString sortKey(const QString &name)
 
 } // namespace
 
+bool isEntryList(const QVariant &root)
+{
+    if (root.typeId() != QMetaType::QVariantList)
+        return false;
+    const QVariantList list = root.toList();
+    return std::all_of(list.cbegin(), list.cend(), [](const QVariant &e) { return e.typeId() == QMetaType::QVariantMap; });
+}
+
 int compareNames(const QString &a, const QString &b)
 {
     return compareCodePoints(sortKey(a), sortKey(b));
@@ -94,10 +102,10 @@ QString uniqueNameForName(const EntryList &list, const QString &name)
 {
     if (entryWithName(list, name) < 0)
         return name;
-    return uniqueNameForName(entryNames(list), name);
+    return uniqueNameForName(entryNameSet(list), name);
 }
 
-QSet<QString> entryNames(const EntryList &list)
+QSet<QString> entryNameSet(const EntryList &list)
 {
     QSet<QString> names;
     names.reserve(list.size());

@@ -9,6 +9,10 @@
 
 namespace tess {
 
+// Whether an archive's root is an entry list: an array whose every element is a dictionary.
+// Anything else is a damaged file, never an empty or partial list.
+bool isEntryList(const QVariant &root);
+
 // passwordsSort: case-sensitive, code-point order of "Path"; canonically equivalent names
 // compare equal. Answers <0, 0 or >0.
 int passwordsSort(const Entry &a, const Entry &b);
@@ -22,7 +26,7 @@ qsizetype entryWithName(const EntryList &list, const QString &name);
 QString uniqueNameForName(const EntryList &list, const QString &name);
 // The same over a set of the names in use, for callers that add many entries at once.
 QString uniqueNameForName(const QSet<QString> &names, const QString &name);
-QSet<QString> entryNames(const EntryList &list);
+QSet<QString> entryNameSet(const EntryList &list);
 // The name duplicateEntry gives a copy: "X copy", "X copy 2", ...
 QString duplicateNameForName(const EntryList &list, const QString &name);
 // duplicateEntry: appends a copy of entry `row` under its duplicate name; answers its index.

@@ -211,7 +211,7 @@ qsizetype importRecords(EntryList &list, QList<ImportRecord> &records, const Imp
         {ImportField::Notes, EntryKey::Notes},
     };
 
-    QSet<QString> names = entryNames(list);
+    QSet<QString> names = entryNameSet(list);
     QList<ImportRecord> leftOver;
     qsizetype made = 0;
     const qsizetype total = records.size();

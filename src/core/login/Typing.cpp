@@ -44,7 +44,7 @@ KeyScript typeString(const QString &text, qint64 typeSpeed)
 
 KeyScript pasteString(const QString &text, int pasteCode)
 {
-    KeyScript s{{KeyAction::Wait, 0, 0, {}, 1000000}, {KeyAction::SetClipboard, 0, 0, text, 0}};
+    KeyScript s{{KeyAction::Pause, 0, 0, {}, 1000000}, {KeyAction::SetClipboard, 0, 0, text, 0}};
     s += doKeyboardEvent(pasteCode, kPasteFlags);
     return s;
 }
@@ -79,76 +79,234 @@ KeyScript doTABs(const QString &kind, const Entry &entry)
     return s;
 }
 
-KeyScriptPlayer::KeyScriptPlayer(KeySink *sink, QObject *parent) : QObject(parent), m_sink(sink)
+const QString KeyScriptPlayer::kBusy = QStringLiteral("A login is already being typed; wait for it to end.");
+
+KeyScriptPlayer::KeyScriptPlayer(KeySink *sink, QObject *parent) : QObject(parent), m_sink(sink), m_timer(new QTimer(this))
 {
+    m_timer->setSingleShot(true);
+    m_timer->setTimerType(Qt::PreciseTimer);
+    connect(m_timer, &QTimer::timeout, this, &KeyScriptPlayer::step);
+    m_typeSpeed = [] {
+        setTypeSpeed();
+        return theTypeSpeed;
+    };
 }
 
-void KeyScriptPlayer::play(const KeyScript &script)
+KeyScriptPlayer::~KeyScriptPlayer()
 {
-    if (isPlaying()) {
-        m_script += script;
-        return;
+    if (m_playing)
+        m_sink->cancel();
+}
+
+bool KeyScriptPlayer::play(const KeyScript &script, QString *whyNot)
+{
+    // Appending to a running script would skip the preparation of its keys.
+    if (m_playing) {
+        if (whyNot)
+            *whyNot = kBusy;
+        return false;
     }
     m_script = script;
     m_next = 0;
-    m_waitingForRelease.start();
-    start();
+    m_playing = true;
+    m_phase = Phase::Idle;
+    m_clock.start();
+    m_lastKeyMicros = 0;
+    step();
+    return true;
 }
 
-void KeyScriptPlayer::start()
+void KeyScriptPlayer::cancel()
 {
-    // Keys typed while the user still holds Ctrl or Alt of a hot key would become shortcuts.
-    const QString reason = m_sink->notReadyReason();
-    if (!reason.isEmpty()) {
-        if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs) {
-            QTimer::singleShot(20, this, &KeyScriptPlayer::start);
-            return;
+    if (!m_playing)
+        return;
+    m_sink->cancel();
+    stop();
+    Q_EMIT cancelled();
+}
+
+void KeyScriptPlayer::stop()
+{
+    m_timer->stop();
+    m_script.clear();
+    m_next = 0;
+    m_phase = Phase::Idle;
+    m_playing = false;
+}
+
+void KeyScriptPlayer::fail(const QString &reason)
+{
+    m_sink->cancel();
+    stop();
+    Q_EMIT failed(reason);
+}
+
+void KeyScriptPlayer::schedule(qint64 micros)
+{
+    // Whole milliseconds, rounded up: every wait is a minimum.
+    m_timer->start(int(std::max<qint64>(0, (micros + 999) / 1000)));
+}
+
+qint64 KeyScriptPlayer::nowMicros() const
+{
+    return m_clock.nsecsElapsed() / 1000;
+}
+
+qsizetype KeyScriptPlayer::typingStepEnd(qsizetype from)
+{
+    // Fields are turned into keys as the step reaches them: the speed is read at the field.
+    qsizetype i = from;
+    while (i < m_script.size()) {
+        const KeyAction &a = m_script[i];
+        if (a.type == KeyAction::EnterString) {
+            const KeyScript keys = enterString(a.text, m_typeSpeed(), m_pasteCode);
+            m_script.remove(i);
+            for (qsizetype k = 0; k < keys.size(); ++k)
+                m_script.insert(i + k, keys[k]);
+            continue;
         }
-        m_script.clear();
-        m_next = 0;
-        Q_EMIT failed(reason);
-        return;
+        if (a.type != KeyAction::KeyDown && a.type != KeyAction::KeyUp && a.type != KeyAction::SetClipboard &&
+            a.type != KeyAction::Wait)
+            break;
+        ++i;
     }
+    return i;
+}
+
+QString KeyScriptPlayer::upcomingCharacters(qsizetype from) const
+{
     QString characters;
-    for (const KeyAction &a : std::as_const(m_script))
-        if (a.type == KeyAction::KeyDown)
-            characters += a.text;
-    m_clock.start();
-    m_deadlineMicros = m_sink->prepare(characters);
-    if (m_deadlineMicros > 0) {
-        QTimer::singleShot(int((m_deadlineMicros + 999) / 1000), Qt::PreciseTimer, this, &KeyScriptPlayer::step);
-        return;
+    for (qsizetype i = from; i < m_stepEnd; ++i)
+        if (m_script[i].type == KeyAction::KeyDown)
+            characters += m_script[i].text;
+    return characters;
+}
+
+bool KeyScriptPlayer::beginTypingStep()
+{
+    switch (m_phase) {
+    case Phase::InStep:
+        return true;
+    case Phase::Idle:
+        m_waitingForRelease.start();
+        m_stepEnd = typingStepEnd(m_next);
+        m_phase = Phase::Releasing;
+        [[fallthrough]];
+    case Phase::Releasing: {
+        // Keys typed while the user still holds the hot key (or its Ctrl, Alt) would become
+        // shortcuts or go to us under the hot key's grab.
+        const QString reason = m_sink->notReadyReason();
+        if (!reason.isEmpty()) {
+            if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs)
+                schedule(20000);
+            else
+                fail(reason);
+            return false;
+        }
+        const qint64 settle = m_sink->prepare(upcomingCharacters(m_next));
+        if (settle < 0) {
+            fail(m_sink->failureReason());
+            return false;
+        }
+        m_phase = Phase::Settling;
+        if (settle > 0) {
+            schedule(settle);
+            return false;
+        }
+        [[fallthrough]];
     }
-    step();
+    case Phase::Settling:
+        m_phase = Phase::InStep;
+        m_lastKeyMicros = std::max(m_lastKeyMicros, nowMicros());
+        return true;
+    }
+    return true;
+}
+
+void KeyScriptPlayer::endTypingStep()
+{
+    if (m_phase == Phase::InStep || m_phase == Phase::Settling)
+        m_sink->finish();
+    m_phase = Phase::Idle;
 }
 
 void KeyScriptPlayer::step()
 {
     while (m_next < m_script.size()) {
-        const KeyAction &a = m_script[m_next++];
+        const KeyAction a = m_script[m_next];
         switch (a.type) {
+        case KeyAction::EnterString:
+            typingStepEnd(m_next); // turns the field into its keys, read at this moment
+            continue;
         case KeyAction::Wait: {
-            // A timer, not a sleep: the clipboard must still be served and the desktop must
-            // not see us as hung while a login is typed.
-            m_deadlineMicros += a.micros;
-            const qint64 remaining = m_deadlineMicros - m_clock.nsecsElapsed() / 1000;
-            QTimer::singleShot(int(std::max<qint64>(0, (remaining + 999) / 1000)), Qt::PreciseTimer, this,
-                               &KeyScriptPlayer::step);
-            return;
+            if (!beginTypingStep())
+                return;
+            // A minimum gap since the last key: after a stall the next characters do not go
+            // out back to back to catch up.
+            const qint64 due = m_lastKeyMicros + a.micros;
+            ++m_next;
+            const qint64 now = nowMicros();
+            if (due > now) {
+                schedule(due - now);
+                return;
+            }
+            break;
         }
+        case KeyAction::Pause:
+            endTypingStep();
+            ++m_next;
+            m_lastKeyMicros = nowMicros() + a.micros;
+            if (a.micros > 0) {
+                schedule(a.micros);
+                return;
+            }
+            break;
         case KeyAction::KeyDown:
         case KeyAction::KeyUp:
-            m_sink->keyEvent(a.keyCode, a.flags, a.type == KeyAction::KeyDown, a.text);
-            break;
         case KeyAction::SetClipboard:
-            m_sink->setClipboard(a.text);
+            if (!beginTypingStep())
+                return;
+            if (a.type == KeyAction::KeyDown && !a.text.isEmpty()) {
+                const qint64 wait = m_sink->readyFor(upcomingCharacters(m_next));
+                if (wait < 0) {
+                    fail(m_sink->failureReason());
+                    return;
+                }
+                if (wait > 0) {
+                    schedule(wait);
+                    return;
+                }
+            }
+            ++m_next;
+            if (a.type == KeyAction::SetClipboard)
+                m_sink->setClipboard(a.text);
+            else
+                m_sink->keyEvent(a.keyCode, a.flags, a.type == KeyAction::KeyDown, a.text);
+            m_lastKeyMicros = nowMicros();
+            if (const QString broken = m_sink->failureReason(); !broken.isEmpty()) {
+                fail(broken);
+                return;
+            }
+            break;
+        case KeyAction::ShowWarning:
+        case KeyAction::HideWarning:
+        case KeyAction::ShowFloatingPassword:
+        case KeyAction::BuiltInBrowser:
+            endTypingStep();
+            ++m_next;
+            Q_EMIT notice(a);
+            if (!m_playing)
+                return; // cancelled by a receiver
             break;
         }
     }
-    m_script.clear();
-    m_next = 0;
-    m_sink->finish();
-    Q_EMIT finished();
+    endTypingStep();
+    const QString broken = m_sink->failureReason();
+    stop();
+    if (!broken.isEmpty())
+        Q_EMIT failed(broken);
+    else
+        Q_EMIT finished();
 }
 
 } // namespace tess

@@ -2,6 +2,10 @@
 // The keystroke typing engine as data: each operation answers the exact list of key events,
 // clipboard writes and waits it stands for, and a player posts the list through a KeySink,
 // waiting on timers so the event loop keeps running between keys.
+//
+// A script is played in typing steps: the key events between two pauses (or panel actions).
+// Each step is prepared on its own (modifiers let go, Caps Lock off, keys for unusual
+// characters) and put back as it was after it, so nothing is held changed across a page load.
 
 #include "core/entries/Entry.h"
 
@@ -10,18 +14,39 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
+
+#include <functional>
 
 namespace tess {
 
 class KeySink;
 
 struct KeyAction {
-    enum Type { KeyDown, KeyUp, SetClipboard, Wait };
+    enum Type {
+        KeyDown,
+        KeyUp,
+        SetClipboard,
+        // The gap before a typed character: at least this long after the previous key.
+        Wait,
+        // A prescribed pause (the page-load delay, the 1-second pauses); ends a typing step.
+        Pause,
+        // A field: typed or pasted by the "typeSpeed" read when the player reaches it.
+        EnterString,
+        // The floating warning shown while a login waits and types, and hidden.
+        ShowWarning,
+        HideWarning,
+        // The floating password panel with text (shown, not typed).
+        ShowFloatingPassword,
+        // A hook of the built-in browser; text names it ("showAutoWarning", "setAutoLogin",
+        // "pastePasswordFromTimer", "pasteNextPageFromTimer"), keyCode its integer argument.
+        BuiltInBrowser,
+    };
     Type type;
     int keyCode = 0;
     quint64 flags = 0;
-    QString text;        // the character of a key event, or the clipboard text
-    qint64 micros = 0;   // Wait
+    QString text;        // the character of a key event, the clipboard text, the field's text
+    qint64 micros = 0;   // Wait, Pause
     bool operator==(const KeyAction &) const = default;
 };
 using KeyScript = QList<KeyAction>;
@@ -39,7 +64,7 @@ KeyScript nextPage();
 // typeString: for each UTF-16 unit, the wait, then a key-down/key-up pair of the placeholder
 // key carrying that unit.
 KeyScript typeString(const QString &text, qint64 typeSpeed);
-// pasteString: wait 1 s, put the text on the clipboard, press the paste key with Command.
+// pasteString: pause 1 s, put the text on the clipboard, press the paste key with Command.
 KeyScript pasteString(const QString &text, int pasteCode);
 // enterString: typed when the speed is not 0, pasted when it is.
 KeyScript enterString(const QString &text, qint64 typeSpeed, int pasteCode);
@@ -57,33 +82,66 @@ KeyScript enterString(const QString &text, int pasteCode);
 // clipboard, marked as a secret.
 inline void clearCurrentScrapFromTimer() {}
 
-// Plays scripts through a sink, one after the other; waits run on timers.
+// Plays one script at a time through a sink; waits run on timers.
 class KeyScriptPlayer : public QObject {
     Q_OBJECT
 
 public:
     explicit KeyScriptPlayer(KeySink *sink, QObject *parent = nullptr);
-    void play(const KeyScript &script);
-    bool isPlaying() const { return m_next < m_script.size(); }
+    ~KeyScriptPlayer() override;
 
-    // How long a script waits for the user to let go of the modifiers of a hot key.
+    // The key code of "v" for pasted fields (default 9, its place on a US keyboard).
+    void setPasteCode(int pasteCode) { m_pasteCode = pasteCode; }
+    // Where a field's speed comes from when the player reaches it (default: "typeSpeed" of
+    // gPrefs, through setTypeSpeed).
+    void setTypeSpeedSource(std::function<qint64()> source) { m_typeSpeed = std::move(source); }
+
+    // Starts the script. A script already playing is not touched: the new one is refused with
+    // kBusy as the reason.
+    bool play(const KeyScript &script, QString *whyNot = nullptr);
+    // Stops at once: no further key is sent, every key the script holds down goes up, and
+    // Caps Lock and the keymap are put back. Emits cancelled() if a script was playing.
+    void cancel();
+    bool isPlaying() const { return m_playing; }
+
+    static const QString kBusy;
+    // How long a step waits for the user to let go of every key (a hot key's included).
     static constexpr int kReleaseTimeoutMs = 2000;
 
 Q_SIGNALS:
     void finished();
-    // Nothing was typed: the reason, for the user.
+    // The script stopped before its end (or never started): the reason, for the user.
     void failed(const QString &reason);
+    void cancelled();
+    // ShowWarning, HideWarning, ShowFloatingPassword and BuiltInBrowser, when reached.
+    void notice(const tess::KeyAction &action);
 
 private:
-    void start();
+    enum class Phase { Idle, Releasing, Settling, InStep };
     void step();
+    bool beginTypingStep();
+    void endTypingStep();
+    void fail(const QString &reason);
+    void stop();
+    void schedule(qint64 micros);
+    qint64 nowMicros() const;
+    // Expands the fields up to the end of the typing step that starts at from; answers its end.
+    qsizetype typingStepEnd(qsizetype from);
+    QString upcomingCharacters(qsizetype from) const;
+
     KeySink *m_sink;
+    int m_pasteCode = 9;
+    std::function<qint64()> m_typeSpeed;
     KeyScript m_script;
     qsizetype m_next = 0;
-    // Waits add up against one clock, so that rounding to whole milliseconds does not drift.
+    bool m_playing = false;
+    Phase m_phase = Phase::Idle;
+    qsizetype m_stepEnd = 0;
     QElapsedTimer m_clock;
-    qint64 m_deadlineMicros = 0;
+    qint64 m_lastKeyMicros = 0;   // when the last key went out
+    qint64 m_pauseUntilMicros = 0;
     QElapsedTimer m_waitingForRelease;
+    QTimer *m_timer;
 };
 
 } // namespace tess

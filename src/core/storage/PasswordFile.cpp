@@ -13,6 +13,8 @@
 
 #include <gcrypt.h>
 
+#include <algorithm>
+
 #include <cstdlib>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +65,15 @@ QHash<QString, QString> &newFilePasswords()
     return passwords;
 }
 
+// The recent-website titles' archive: an array of strings.
+bool isTitleList(const QVariant &root)
+{
+    if (root.typeId() != QMetaType::QVariantList)
+        return false;
+    const QVariantList list = root.toList();
+    return std::all_of(list.cbegin(), list.cend(), [](const QVariant &t) { return t.typeId() == QMetaType::QString; });
+}
+
 QString canonicalPackagePath(const QString &path)
 {
     return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
@@ -106,26 +117,35 @@ bool PasswordFile::createPackage(const QString &packagePath, const QString &pass
     return true;
 }
 
-QVariant PasswordFile::decryptArchive(const QString &path, bool keyed, QByteArray *digest) const
+PasswordFile::Decrypted PasswordFile::decryptArchive(const QString &path, bool keyed) const
 {
-    QFile in(path);
-    if (!in.open(QIODevice::ReadOnly))
-        return {};
-    QByteArray cipher = in.readAll();
-    const QByteArray cipherDigest = digestOf(cipher);
+    Decrypted d;
+    QByteArray cipher;
+    if (!m_newFileCipher.isNull() && path == m_dataPath) {
+        cipher = m_newFileCipher;
+    } else {
+        QFile in(path);
+        if (!in.open(QIODevice::ReadOnly))
+            return d;
+        cipher = in.readAll();
+    }
+    d.digest = digestOf(cipher);
     QByteArray plain = m_crypt->doCrypt(cipher, false);
     cipher = QByteArray(); // gone before the decoding's many allocations
     if (plain.isNull())
-        return {};
-    const QVariant v = keyed ? archive::decodeKeyedArchive(plain) : archive::decodeTypedStream(plain);
+        return d;
+    // Noise from a wrong key passes the padding check now and then, but never starts like an
+    // archive.
+    d.keyFits = plain.startsWith(keyed ? QByteArrayView("bplist00") : QByteArrayView("\x04\x0bstreamtyped"));
+    d.value = keyed ? archive::decodeKeyedArchive(plain, &d.why) : archive::decodeTypedStream(plain, &d.why);
     plain.fill('\0');
-    if (digest)
-        *digest = cipherDigest;
-    return v;
+    return d;
 }
 
-PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
+PasswordFile::OpenResult PasswordFile::open(KeychainUse use, Writes writes)
 {
+    m_deferWrites = writes == Writes::AtFirstSave;
+    m_damage.clear();
     m_passwordFileName = QFileInfo(m_packagePath).completeBaseName();
     m_crypt = std::make_unique<QWCrypt>(kProgramName, m_passwordFileName, m_keychain);
 
@@ -167,8 +187,10 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
         m_crypt->setKeyFrom(m_fileFramis, true);
         m_crypt->setKeyFrom(m_fileFramis, false);
         // The empty list goes from memory into "Data.qvmi"; only then does "Data" go, its
-        // bytes overwritten first.
-        if (dataFile && m_crypt->encrypt(archive::encodeKeyedArchive(QVariantList{}), m_dataPath))
+        // bytes overwritten first. Deferred, the list waits in memory for the first save.
+        if (dataFile && m_deferWrites)
+            m_newFileCipher = m_crypt->doCrypt(archive::encodeKeyedArchive(QVariantList{}), true);
+        else if (dataFile && m_crypt->encrypt(archive::encodeKeyedArchive(QVariantList{}), m_dataPath))
             secureDelete(inPackage(kData));
         m_passwordInKeychain = false;
     }
@@ -188,9 +210,12 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
             m_passwordInKeychain = status == Keychain::AuthorizationFailed;
         }
     }
-    if (!opened && !getFilePasswordFromUserWithPrompt(kEnterPassword, false)) {
+    if (!opened && (!m_damage.isEmpty() || !getFilePasswordFromUserWithPrompt(kEnterPassword, false))) {
         close();
-        return OpenResult::Cancelled;
+        if (m_damage.isEmpty())
+            return OpenResult::Cancelled;
+        m_delegate->showMessage(kNotAPasswordFile);
+        return OpenResult::Damaged;
     }
     if (!newFile && use == KeychainUse::StatusOnly) {
         const int status = m_crypt->actuallyGetPasswordFromKeychain();
@@ -199,7 +224,7 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use)
 
     m_passwordArray = EntryList();
     readPasswordFileDataAgain(false);
-    if (m_pre20File)
+    if (m_pre20File && !m_deferWrites)
         save(); // the upgrade
     if (gPrefs)
         gPrefs->synchronize();
@@ -260,6 +285,8 @@ bool PasswordFile::getFilePasswordFromUserWithPrompt(const QString &prompt, bool
         m_crypt->setKeyFrom(typed, false);
         if (decryptDataAtPath(m_dataPath))
             break;
+        if (!m_damage.isEmpty())
+            return false; // the password fits: asking again would not help
         current = kPasswordIncorrect + prompt;
     }
     if (saveInKeychain)
@@ -273,7 +300,15 @@ bool PasswordFile::getFilePasswordFromUserWithPrompt(const QString &prompt, bool
 bool PasswordFile::decryptDataAtPath(const QString &path)
 {
     // Into memory: the plaintext never touches the disk.
-    m_decrypted = decryptArchive(path, !m_pre20File, &m_decryptedDigest);
+    Decrypted d = decryptArchive(path, !m_pre20File);
+    m_damage.clear();
+    // Anything that decodes was decrypted with the right key, whatever its first bytes say.
+    if (d.value.isValid() ? !isEntryList(d.value) : d.keyFits) {
+        m_damage = d.value.isValid() ? QStringLiteral("not a list of entries") : d.why;
+        d.value.clear();
+    }
+    m_decrypted = std::move(d.value);
+    m_decryptedDigest = d.digest;
     return m_decrypted.isValid();
 }
 
@@ -286,9 +321,9 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
             decryptDataAtPath(m_dataPath);
         const QVariant list = m_decrypted;
         m_decrypted.clear();
-        // A file that cannot be decrypted (changed elsewhere under another password) leaves
-        // the list as it is rather than emptying it.
-        if (list.typeId() == QMetaType::QVariantList) {
+        // A file that cannot be decrypted (changed elsewhere under another password) or read
+        // leaves the list as it is rather than emptying it.
+        if (isEntryList(list)) {
             const EntryList theirs = list.toList();
             // A reload keeps what was changed here and not yet written (after a failed save);
             // with nothing of the kind it is the file's list as it stands.
@@ -305,8 +340,9 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
     const qint64 titlesDate = modificationTime(m_recentWebsitesPath);
     if (!onlyIfChanged || titlesDate != m_lastRecentWebsitesModificationTime) {
         QStringList titles;
-        const QVariant v = decryptArchive(m_recentWebsitesPath, !m_pre20File);
-        if (v.isValid()) {
+        const QVariant v = decryptArchive(m_recentWebsitesPath, !m_pre20File).value;
+        const bool readable = isTitleList(v);
+        if (readable) {
             for (const QVariant &t : v.toList())
                 titles.append(t.toString());
             m_lastRecentWebsitesModificationTime = titlesDate;
@@ -314,7 +350,9 @@ PasswordFile::ReadResult PasswordFile::readPasswordFileDataAgain(bool onlyIfChan
         m_recent.setTitles(titles);
         result.titlesReloaded = true;
         m_delegate->titlesReplaced();
-        if (!onlyIfChanged && !m_pre20File) // a pre-2.0 file's upgrade writes them next
+        if (!onlyIfChanged && m_deferWrites)
+            m_titlesToWrite = !readable; // missing or unreadable: the first save writes them
+        else if (!onlyIfChanged && !m_pre20File) // a pre-2.0 file's upgrade writes them next
             saveRecentWebsites();
     }
 
@@ -329,23 +367,35 @@ void PasswordFile::mergeConflictCopies(ReadResult &result)
     const QStringList names = QDir(m_packagePath).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
     for (const QString &name : names) {
         const QString path = inPackage(name);
+        // Deferred, a copy is merged in memory now and removed after the first save.
+        const auto done = [&] {
+            if (!m_deferWrites)
+                QFile::remove(path);
+            else if (!m_copiesToRemove.contains(path))
+                m_copiesToRemove.append(path);
+        };
+        if (m_copiesToRemove.contains(path))
+            continue;
         if (name.startsWith(QStringLiteral("Data "))) {
             if (name.endsWith(QStringLiteral(".qvmi"))) {
-                // A copy we cannot decrypt (another password) is kept rather than lost.
-                const QVariant copy = decryptArchive(path, true);
-                if (copy.typeId() != QMetaType::QVariantList)
+                // A copy we cannot decrypt (another password) or read is kept rather than lost.
+                const QVariant copy = decryptArchive(path, true).value;
+                if (!isEntryList(copy))
                     continue;
                 if (mergeConflictingEntries(m_passwordArray, copy.toList())) {
                     result.merged = true;
                     m_delegate->entriesReplaced();
-                    save();
+                    if (m_deferWrites)
+                        m_conflictsMerged = true;
+                    else
+                        save();
                 }
             }
-            QFile::remove(path);
+            done();
         } else if (name.startsWith(QStringLiteral("Recent Websites "))) {
             if (name.endsWith(QStringLiteral(".qvmi"))) {
-                const QVariant copy = decryptArchive(path, true);
-                if (copy.typeId() != QMetaType::QVariantList)
+                const QVariant copy = decryptArchive(path, true).value;
+                if (!isTitleList(copy))
                     continue;
                 for (const QVariant &t : copy.toList()) {
                     if (!m_recent.titles().contains(t.toString())) {
@@ -354,7 +404,7 @@ void PasswordFile::mergeConflictCopies(ReadResult &result)
                     }
                 }
             }
-            QFile::remove(path);
+            done();
         }
     }
 }
@@ -403,7 +453,7 @@ PasswordFile::ReadResult PasswordFile::mergeOutsideChanges()
     // Written under another password, or damaged: what it holds is unknown, so it is kept.
     const QVariant theirs = plain.isNull() ? QVariant() : archive::decodeKeyedArchive(plain);
     plain.fill('\0');
-    if (theirs.typeId() != QMetaType::QVariantList) {
+    if (!isEntryList(theirs)) {
         result.unreadable = true;
         return result;
     }
@@ -430,7 +480,31 @@ bool PasswordFile::save()
         m_delegate->showMessage(kSaveFailed);
         return false;
     }
+    if (m_deferWrites)
+        finishDeferredWrites();
     return true;
+}
+
+bool PasswordFile::hasPendingWrites() const
+{
+    return m_pre20File || m_titlesToWrite || m_conflictsMerged || !m_copiesToRemove.isEmpty()
+        || !m_newFileCipher.isNull();
+}
+
+void PasswordFile::finishDeferredWrites()
+{
+    // From here on this is a writer like the window: titles are saved as they change.
+    m_deferWrites = false;
+    m_conflictsMerged = false;
+    if (!m_newFileCipher.isNull()) {
+        m_newFileCipher = QByteArray();
+        secureDelete(inPackage(kData));
+    }
+    if (m_titlesToWrite && writeTitles())
+        m_titlesToWrite = false;
+    for (const QString &path : std::as_const(m_copiesToRemove))
+        QFile::remove(path);
+    m_copiesToRemove.clear();
 }
 
 bool PasswordFile::writeEntries()
@@ -455,6 +529,10 @@ bool PasswordFile::saveRecentWebsites()
     // upgrades it: a current titles file beside the old entry file would be half an upgrade.
     if (m_pre20File)
         return false;
+    if (m_deferWrites) { // written by the first save
+        m_titlesToWrite = true;
+        return true;
+    }
     Locked lock(*this);
     return lock.ok() && writeTitles();
 }
@@ -468,8 +546,10 @@ bool PasswordFile::writeTitles()
     const QString target = inPackage(kRecentCurrent);
     const bool ok = m_crypt->encrypt(bytes, target);
     bytes.fill('\0');
-    if (ok)
+    if (ok) {
         m_lastRecentWebsitesModificationTime = modificationTime(target);
+        m_titlesToWrite = false;
+    }
     return ok;
 }
 

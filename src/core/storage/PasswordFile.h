@@ -49,7 +49,9 @@ public:
     static const QString kNoScratchDirectory; // "%1 was not opened: ..." (%1 the file, %2 why)
     static const QString kChangedUnreadable;  // the file changed outside and cannot be read
 
-    enum class OpenResult { Opened, NotAPasswordFile, Cancelled, NoScratchDirectory };
+    // Damaged: the password fits but what it decrypts is not an entry list (damageReason()
+    // says why); the delegate was shown kNotAPasswordFile and nothing was written.
+    enum class OpenResult { Opened, NotAPasswordFile, Cancelled, NoScratchDirectory, Damaged };
     struct ReadResult {
         bool entriesReloaded = false;
         bool titlesReloaded = false;
@@ -74,8 +76,17 @@ public:
     // learn whether the file has an item (a password given another way), or not at all.
     enum class KeychainUse { Password, StatusOnly, Never };
 
+    // When opening writes: at once, as the application does (a new file's first list, the
+    // titles written back, conflict copies merged, saved and removed, the pre-2.0 upgrade),
+    // or only with the first save(), all of it then, so that an opening that is not followed
+    // by a save leaves every byte of the package as it was.
+    enum class Writes { AtOpening, AtFirstSave };
+
     // openDatabase: the whole opening sequence.
-    OpenResult open(KeychainUse use = KeychainUse::Password);
+    OpenResult open(KeychainUse use = KeychainUse::Password, Writes writes = Writes::AtOpening);
+    QString damageReason() const { return m_damage; }
+    // Whether the first save has writes to do besides the entry list (Writes::AtFirstSave).
+    bool hasPendingWrites() const;
     // The storage half of closing: removes the scratch directory and lets go of it.
     void close();
     bool isOpen() const { return !m_tempDir.isEmpty(); }
@@ -158,8 +169,17 @@ public:
 
 private:
     QString inPackage(const QString &name) const { return m_packagePath + u'/' + name; }
-    // Reads and decrypts an encrypted archive in memory; invalid when either fails.
-    QVariant decryptArchive(const QString &path, bool keyed, QByteArray *digest = nullptr) const;
+    // An encrypted archive read and decrypted in memory, and decoded. `keyFits` when the
+    // plaintext is an archive of the expected format at all (a wrong key gives noise): an
+    // invalid value then means damage, which `why` describes.
+    struct Decrypted {
+        QVariant value;
+        bool keyFits = false;
+        QString why;
+        QByteArray digest; // of the encrypted bytes
+    };
+    Decrypted decryptArchive(const QString &path, bool keyed) const;
+    void finishDeferredWrites();
     void mergeConflictCopies(ReadResult &result);
     bool upgradePre20File();
     bool writeEntries();
@@ -186,6 +206,13 @@ private:
     // of the encrypted bytes it came from.
     QVariant m_decrypted;
     QByteArray m_decryptedDigest;
+    QString m_damage; // why the last decryption with a fitting key was not an entry list
+    // Writes::AtFirstSave: what the first save does besides the entry list.
+    bool m_deferWrites = false;
+    bool m_titlesToWrite = false;
+    bool m_conflictsMerged = false;
+    QStringList m_copiesToRemove;
+    QByteArray m_newFileCipher; // a new file's first list, while "Data" waits for the save
     // The entry list as last read from or written to the package, and a digest of those
     // encrypted bytes: the base of a merge and the test for outside changes before a write.
     EntryList m_lastRead;

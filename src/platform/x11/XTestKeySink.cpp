@@ -5,32 +5,57 @@
 #include "platform/x11/XkbKeyboardLayout.h"
 
 #include <QClipboard>
+#include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QMimeData>
+#include <QSaveFile>
+#include <QStandardPaths>
 
 #include <xcb/xcb.h>
 #include <xcb/xtest.h>
+// xcb/xkb.h names a field "explicit".
+#define explicit explicit_
+#include <xcb/xkb.h>
+#undef explicit
 #include <xkbcommon/xkbcommon.h>
 
 #include <algorithm>
+#include <csignal>
+#include <unistd.h>
 
 namespace tess {
 
 namespace {
 constexpr int kShift = 0, kLock = 1, kControl = 2, kMod1 = 3, kMod4 = 6;
 constexpr quint32 kNoSymbol = 0;
+
+QString keyName(xkb_keymap *keymap, xkb_state *state, quint8 keycode)
+{
+    if (state) {
+        const xkb_keysym_t sym = xkb_state_key_get_one_sym(state, keycode);
+        char name[64];
+        if (sym != XKB_KEY_NoSymbol && xkb_keysym_get_name(sym, name, sizeof name) > 0)
+            return QString::fromLatin1(name);
+    }
+    if (keymap)
+        if (const char *name = xkb_keymap_key_get_name(keymap, keycode))
+            return QString::fromLatin1(name);
+    return QString::number(keycode);
+}
 } // namespace
 
 XTestKeySink::XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layout) : m_c(connection), m_layout(layout)
 {
+    m_clock.start();
     m_restoreTimer.setSingleShot(true);
-    m_restoreTimer.setInterval(kRestoreDelayMs);
     QObject::connect(&m_restoreTimer, &QTimer::timeout, [this] { restoreBindings(); });
     const xcb_setup_t *setup = xcb_get_setup(m_c);
     m_root = xcb_setup_roots_iterator(setup).data->root;
     m_minKeycode = setup->min_keycode;
     m_maxKeycode = setup->max_keycode;
     loadModifierMapping();
+    restoreLeftByCrash();
 }
 
 void XTestKeySink::loadModifierMapping()
@@ -65,11 +90,11 @@ quint32 XTestKeySink::keysymForCodePoint(char32_t cp)
     }
 }
 
-bool XTestKeySink::lookup(quint32 keysym, KeyPress *press) const
+bool XTestKeySink::lookup(quint32 keysym, KeyPress *press, bool withBindings) const
 {
     auto bound = m_bound.constFind(keysym);
-    if (bound != m_bound.constEnd()) {
-        *press = *bound;
+    if (withBindings && bound != m_bound.constEnd()) {
+        *press = KeyPress{*bound, 0};
         return true;
     }
     xkb_keymap *keymap = m_layout->keymap();
@@ -79,7 +104,7 @@ bool XTestKeySink::lookup(quint32 keysym, KeyPress *press) const
     const xkb_layout_index_t group = xkb_state_serialize_layout(m_layout->state(), XKB_STATE_LAYOUT_EFFECTIVE);
     for (xkb_keycode_t kc = xkb_keymap_min_keycode(keymap); kc <= xkb_keymap_max_keycode(keymap) && kc <= 255; ++kc) {
         const xkb_layout_index_t layouts = xkb_keymap_num_layouts_for_key(keymap, kc);
-        if (layouts == 0)
+        if (layouts == 0 || m_boundSym.contains(quint8(kc)))
             continue;
         const xkb_layout_index_t g = group < layouts ? group : 0;
         const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap, kc, g);
@@ -115,6 +140,13 @@ bool XTestKeySink::lookup(quint32 keysym, KeyPress *press) const
 void XTestKeySink::fake(quint8 keycode, bool press)
 {
     xcb_test_fake_input(m_c, press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keycode, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+    if (press) {
+        m_pressed.insert(keycode);
+        // The receiver handles keys in order; note how far behind it may be.
+        m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
+    } else {
+        m_pressed.remove(keycode);
+    }
 }
 
 void XTestKeySink::pressModifiers(quint8 mods, bool press)
@@ -124,111 +156,290 @@ void XTestKeySink::pressModifiers(quint8 mods, bool press)
             fake(m_modifierKeycodes[m].front(), press);
 }
 
+QString XTestKeySink::failureReason() const
+{
+    if (!m_failure.isEmpty())
+        return m_failure;
+    if (xcb_connection_has_error(m_c))
+        return QStringLiteral("The connection to the X server was lost: the keystrokes may not have arrived.");
+    if (!m_layout->keymap())
+        return QStringLiteral("The X server's keyboard state (XKB) is not available: nothing can be typed.");
+    return {};
+}
+
 QString XTestKeySink::notReadyReason()
 {
     xcb_query_keymap_reply_t *r = xcb_query_keymap_reply(m_c, xcb_query_keymap(m_c), nullptr);
     if (!r)
         return {};
+    // Every key counts, the hot key's letter as well as its modifiers: while it is down the
+    // hot key's grab sends what we type to us, and a held Ctrl turns letters into shortcuts.
     QString held;
     const struct {
         int mod;
         const char *name;
-    } watched[] = {{kControl, "Ctrl"}, {kMod1, "Alt"}, {kShift, "Shift"}, {kMod4, "Super"}};
-    for (const auto &w : watched)
-        for (quint8 k : m_modifierKeycodes[w.mod])
-            if (r->keys[k / 8] & (1 << (k % 8))) {
-                held = QString::fromLatin1(w.name);
-                break;
-            }
+    } friendly[] = {{kControl, "Ctrl"}, {kMod1, "Alt"}, {kShift, "Shift"}, {kMod4, "Super"}};
+    for (int k = 8; k < 256 && held.isEmpty(); ++k) {
+        if (!(r->keys[k / 8] & (1 << (k % 8))))
+            continue;
+        for (const auto &f : friendly)
+            if (std::find(m_modifierKeycodes[f.mod].begin(), m_modifierKeycodes[f.mod].end(), k) != m_modifierKeycodes[f.mod].end())
+                held = QString::fromLatin1(f.name);
+        if (held.isEmpty())
+            held = keyName(m_layout->keymap(), m_layout->state(), quint8(k));
+    }
     free(r);
     if (held.isEmpty())
         return {};
     return QStringLiteral("%1 is still held down: nothing was typed.").arg(held);
 }
 
-qint64 XTestKeySink::prepare(const QString &characters)
+bool XTestKeySink::capsLocked(bool *ok) const
 {
-    restoreBindings();
-    m_layout->reload(); // the layout may have changed since the last script
-    loadModifierMapping();
-    m_highSurrogate = 0;
-    m_relockCaps = xkb_state_mod_name_is_active(m_layout->state(), XKB_MOD_NAME_CAPS, XKB_STATE_MODS_LOCKED) > 0;
-    if (m_relockCaps && !m_modifierKeycodes[kLock].empty()) {
-        fake(m_modifierKeycodes[kLock].front(), true);
-        fake(m_modifierKeycodes[kLock].front(), false);
-    }
+    xcb_xkb_get_state_reply_t *r = xcb_xkb_get_state_reply(m_c, xcb_xkb_get_state(m_c, XCB_XKB_ID_USE_CORE_KBD), nullptr);
+    if (ok)
+        *ok = r != nullptr;
+    const bool locked = r && (r->lockedMods & XCB_MOD_MASK_LOCK);
+    free(r);
+    return locked;
+}
 
-    // Characters with no key: bind them all to spare keycodes in one go, then let every client
-    // take in the new mapping before the first key.
-    QSet<quint32> missing;
-    for (qsizetype i = 0; i < characters.size(); ++i) {
-        char32_t cp = characters.at(i).unicode();
-        if (QChar::isHighSurrogate(cp) && i + 1 < characters.size())
-            cp = QChar::surrogateToUcs4(characters.at(i), characters.at(i + 1)), ++i;
+void XTestKeySink::tapCapsLock()
+{
+    if (m_modifierKeycodes[kLock].empty())
+        return;
+    fake(m_modifierKeycodes[kLock].front(), true);
+    fake(m_modifierKeycodes[kLock].front(), false);
+}
+
+QList<quint32> XTestKeySink::missingKeysyms(const QString &text) const
+{
+    QList<quint32> missing;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        char32_t cp = text.at(i).unicode();
+        if (QChar::isHighSurrogate(cp) && i + 1 < text.size())
+            cp = QChar::surrogateToUcs4(text.at(i), text.at(i + 1)), ++i;
         const quint32 sym = keysymForCodePoint(cp);
         KeyPress p;
-        if (sym != kNoSymbol && !lookup(sym, &p))
-            missing.insert(sym);
+        if (sym != kNoSymbol && !lookup(sym, &p, false) && !missing.contains(sym))
+            missing.append(sym);
     }
-    if (missing.isEmpty()) {
-        xcb_flush(m_c);
+    return missing;
+}
+
+qint64 XTestKeySink::prepare(const QString &characters)
+{
+    m_failure.clear();
+    m_restoreTimer.stop();
+    m_layout->reload(); // the layout may have changed since the last step
+    loadModifierMapping();
+    m_highSurrogate = 0;
+    bool ok = false;
+    m_capsAtStart = capsLocked(&ok);
+    if (!ok || !m_layout->keymap()) {
+        m_failure = QStringLiteral("The X server's keyboard state (XKB) is not available: nothing was typed.");
+        return -1;
+    }
+    m_inStep = true;
+    if (m_capsAtStart)
+        tapCapsLock();
+    const QList<quint32> missing = missingKeysyms(characters);
+    xcb_flush(m_c);
+    if (missing.isEmpty())
         return 0;
+    if (!findSpareKeycodes()) {
+        const char32_t cp = xkb_keysym_to_utf32(missing.first());
+        m_failure = QStringLiteral("The keyboard has no free key to type \u201c%1\u201d with: nothing was typed.")
+                            .arg(QString::fromUcs4(&cp, 1));
+        return -1;
     }
-    // Spare keycodes: those the server's own mapping gives no symbol at all. They are bound in
-    // one request over one range of keycodes (the keys between keep their symbols): clients
-    // that refresh only the range of the latest mapping notice then see every binding.
-    m_spare.clear();
+    return bind(missing);
+}
+
+qint64 XTestKeySink::readyFor(const QString &upcoming)
+{
+    if (upcoming.isEmpty() || QChar::isLowSurrogate(upcoming.at(0).unicode()))
+        return 0; // the character goes out whole with its first half
+    char32_t cp = upcoming.at(0).unicode();
+    if (QChar::isHighSurrogate(cp) && upcoming.size() > 1)
+        cp = QChar::surrogateToUcs4(upcoming.at(0), upcoming.at(1));
+    KeyPress p;
+    const quint32 sym = keysymForCodePoint(cp);
+    if (sym == kNoSymbol || lookup(sym, &p))
+        return 0;
+    // The next batch, starting with this character.
+    return bind(missingKeysyms(upcoming));
+}
+
+int XTestKeySink::spareKeycodeCount()
+{
+    findSpareKeycodes();
+    return int(m_spare.size());
+}
+
+bool XTestKeySink::findSpareKeycodes()
+{
+    if (!m_spare.isEmpty())
+        return true;
     const int count = m_maxKeycode - m_minKeycode + 1;
     xcb_get_keyboard_mapping_reply_t *map =
         xcb_get_keyboard_mapping_reply(m_c, xcb_get_keyboard_mapping(m_c, m_minKeycode, quint8(count)), nullptr);
     if (!map)
-        return 0;
+        return false;
     const xcb_keysym_t *current = xcb_get_keyboard_mapping_keysyms(map);
-    const int per = std::max<int>(2, map->keysyms_per_keycode);
-    const int serverPer = map->keysyms_per_keycode;
-    for (int kc = m_maxKeycode; kc >= m_minKeycode && m_spare.size() < missing.size(); --kc) {
+    const int per = map->keysyms_per_keycode;
+    for (int kc = m_maxKeycode; kc >= m_minKeycode; --kc) {
         bool empty = true;
-        for (int j = 0; j < serverPer && empty; ++j)
-            empty = current[(kc - m_minKeycode) * serverPer + j] == kNoSymbol;
+        for (int j = 0; j < per && empty; ++j)
+            empty = current[(kc - m_minKeycode) * per + j] == kNoSymbol;
         if (empty)
             m_spare.append(quint8(kc));
     }
-    if (m_spare.isEmpty()) {
-        free(map);
-        return 0;
-    }
-    m_rangeLow = *std::min_element(m_spare.cbegin(), m_spare.cend());
-    m_rangeHigh = *std::max_element(m_spare.cbegin(), m_spare.cend());
-    m_rangeSyms.assign(std::size_t((m_rangeHigh - m_rangeLow + 1) * per), kNoSymbol);
-    for (int kc = m_rangeLow; kc <= m_rangeHigh; ++kc)
-        for (int j = 0; j < serverPer; ++j)
-            m_rangeSyms[std::size_t((kc - m_rangeLow) * per + j)] = current[(kc - m_minKeycode) * serverPer + j];
-    m_rangePer = per;
     free(map);
-    std::vector<xcb_keysym_t> bound = m_rangeSyms;
-    qsizetype i = 0;
-    for (quint32 sym : std::as_const(missing)) {
-        if (i >= m_spare.size())
-            break; // more unusual characters than free keys: those few are skipped
-        const quint8 kc = m_spare[i++];
-        bound[std::size_t((kc - m_rangeLow) * per)] = sym;
-        bound[std::size_t((kc - m_rangeLow) * per + 1)] = sym;
-        m_bound.insert(sym, KeyPress{kc, 0});
+    return !m_spare.isEmpty();
+}
+
+qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
+{
+    // The batch: the next characters without a key, as many as there are spare keycodes.
+    const QList<quint32> batch = keysyms.mid(0, m_spare.size());
+    QList<quint8> free, stale; // unbound keycodes first, then those bound to other characters
+    for (quint8 kc : std::as_const(m_spare)) {
+        const auto it = m_boundSym.constFind(kc);
+        if (it == m_boundSym.constEnd())
+            free.append(kc);
+        else if (!batch.contains(*it))
+            stale.append(kc);
     }
-    xcb_change_keyboard_mapping(m_c, quint8(m_rangeHigh - m_rangeLow + 1), quint8(m_rangeLow), quint8(per), bound.data());
-    xcb_flush(m_c);
-    // Receivers re-read the keymap when they handle the mapping notice; 50 ms covers a loaded
-    // machine (20 ms was seen to be enough, 5 ms not).
-    return 50000;
+    free += stale;
+    QHash<quint8, quint32> wanted = m_boundSym;
+    bool rebinds = false;
+    for (quint32 sym : batch) {
+        if (m_bound.contains(sym))
+            continue;
+        const quint8 kc = free.takeFirst();
+        if (wanted.contains(kc)) {
+            wanted.remove(kc);
+            rebinds = true;
+        }
+        wanted.insert(kc, sym);
+    }
+    if (wanted == m_boundSym)
+        return 0;
+    // A receiver that has not yet handled the notice of the current binding would read the new
+    // one for keys sent under the old: wait until it has caught up.
+    if (rebinds) {
+        const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
+        if (safe > 0)
+            return safe;
+    }
+    if (!writeMapping(wanted))
+        return -1;
+    return kSettleMicros;
+}
+
+bool XTestKeySink::writeMapping(const QHash<quint8, quint32> &symbols)
+{
+    // Keycodes bound or unbound now, and those bound before: the range the request covers.
+    QSet<quint8> touched;
+    for (auto it = symbols.cbegin(); it != symbols.cend(); ++it)
+        touched.insert(it.key());
+    for (auto it = m_boundSym.cbegin(); it != m_boundSym.cend(); ++it)
+        touched.insert(it.key());
+    if (touched.isEmpty())
+        return true;
+    const quint8 low = *std::min_element(touched.cbegin(), touched.cend());
+    const quint8 high = *std::max_element(touched.cbegin(), touched.cend());
+    const int count = high - low + 1;
+    // One request over one range (the keys between keep the symbols they have now): clients
+    // that refresh only the range of the latest mapping notice then see every binding.
+    xcb_get_keyboard_mapping_reply_t *map =
+        xcb_get_keyboard_mapping_reply(m_c, xcb_get_keyboard_mapping(m_c, low, quint8(count)), nullptr);
+    if (!map) {
+        m_failure = QStringLiteral("The X server's keyboard mapping could not be read.");
+        return false;
+    }
+    const int serverPer = map->keysyms_per_keycode;
+    const int per = std::max(2, serverPer);
+    std::vector<xcb_keysym_t> syms(std::size_t(count * per), kNoSymbol);
+    const xcb_keysym_t *current = xcb_get_keyboard_mapping_keysyms(map);
+    for (int i = 0; i < count; ++i)
+        for (int j = 0; j < serverPer; ++j)
+            syms[std::size_t(i * per + j)] = current[i * serverPer + j];
+    free(map);
+    for (quint8 kc : std::as_const(touched)) {
+        const quint32 sym = symbols.value(kc, kNoSymbol);
+        for (int j = 0; j < per; ++j)
+            syms[std::size_t((kc - low) * per + j)] = j < 2 ? sym : kNoSymbol;
+    }
+    // Noted before the change: a crash from here on is undone by the next run.
+    if (!symbols.isEmpty()) {
+        QSaveFile record(bindingRecordPath());
+        if (record.open(QIODevice::WriteOnly)) {
+            QByteArray text = QByteArray::number(qint64(::getpid()));
+            for (quint8 kc : std::as_const(m_spare))
+                text += ' ' + QByteArray::number(kc);
+            record.write(text + '\n');
+            record.commit();
+        }
+    }
+    xcb_void_cookie_t cookie = xcb_change_keyboard_mapping_checked(m_c, quint8(count), low, quint8(per), syms.data());
+    if (xcb_generic_error_t *error = xcb_request_check(m_c, cookie)) {
+        m_failure = QStringLiteral("The X server refused a keyboard mapping change (error %1).").arg(error->error_code);
+        free(error);
+        return false;
+    }
+    m_boundSym = symbols;
+    m_bound.clear();
+    for (auto it = symbols.cbegin(); it != symbols.cend(); ++it)
+        m_bound.insert(it.value(), it.key());
+    if (symbols.isEmpty())
+        QFile::remove(bindingRecordPath());
+    return true;
 }
 
 void XTestKeySink::restoreBindings()
 {
     m_restoreTimer.stop();
-    if (!m_bound.isEmpty())
-        xcb_change_keyboard_mapping(m_c, quint8(m_rangeHigh - m_rangeLow + 1), quint8(m_rangeLow), quint8(m_rangePer),
-                                    m_rangeSyms.data());
+    if (!m_boundSym.isEmpty() && !xcb_connection_has_error(m_c))
+        writeMapping({});
+    m_boundSym.clear();
     m_bound.clear();
+    m_spare.clear();
+    xcb_flush(m_c);
+}
+
+QString XTestKeySink::bindingRecordPath()
+{
+    QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (dir.isEmpty())
+        dir = QDir::tempPath();
+    QString display = qEnvironmentVariable("DISPLAY");
+    display.replace(u'/', u'_');
+    return dir + QStringLiteral("/tessaline-keys-%1").arg(display);
+}
+
+void XTestKeySink::restoreLeftByCrash()
+{
+    QFile record(bindingRecordPath());
+    if (!record.open(QIODevice::ReadOnly))
+        return;
+    const QList<QByteArray> fields = record.readAll().simplified().split(' ');
+    record.close();
+    const qint64 pid = fields.value(0).toLongLong();
+    // Another run that is still typing keeps its bindings.
+    if (pid > 0 && pid != ::getpid() && ::kill(pid_t(pid), 0) == 0)
+        return;
+    for (qsizetype i = 1; i < fields.size(); ++i) {
+        bool ok = false;
+        const int kc = fields[i].toInt(&ok);
+        if (ok && kc >= m_minKeycode && kc <= m_maxKeycode)
+            m_boundSym.insert(quint8(kc), kNoSymbol);
+    }
+    writeMapping({});
+    m_boundSym.clear();
+    m_bound.clear();
+    QFile::remove(bindingRecordPath());
     xcb_flush(m_c);
 }
 
@@ -237,30 +448,51 @@ void XTestKeySink::finish()
     for (quint8 kc : std::as_const(m_heldForFlags))
         fake(kc, false);
     m_heldForFlags.clear();
+    // Caps Lock as the step found it, whatever it is now.
+    if (m_inStep && capsLocked() != m_capsAtStart)
+        tapCapsLock();
+    m_inStep = false;
     // Receivers translate a key with the mapping they hold when they get round to it: undoing
     // the bindings at once loses the characters of a receiver that is still catching up.
-    if (!m_bound.isEmpty())
-        m_restoreTimer.start();
-    if (m_relockCaps && !m_modifierKeycodes[kLock].empty()) {
-        fake(m_modifierKeycodes[kLock].front(), true);
-        fake(m_modifierKeycodes[kLock].front(), false);
+    if (!m_boundSym.isEmpty()) {
+        const qint64 behind = (m_receiverDoneMicros + kReceiverMarginMicros - nowMicros()) / 1000;
+        m_restoreTimer.start(int(std::max<qint64>(kRestoreDelayMs, behind)));
     }
-    m_relockCaps = false;
     xcb_flush(m_c);
+}
+
+void XTestKeySink::cancel()
+{
+    // Everything we hold goes up, modifiers last.
+    const QSet<quint8> pressed = m_pressed;
+    for (quint8 kc : pressed)
+        if (!m_heldForFlags.contains(kc))
+            fake(kc, false);
+    for (quint8 kc : std::as_const(m_heldForFlags))
+        fake(kc, false);
+    m_heldForFlags.clear();
+    m_pressed.clear();
+    m_highSurrogate = 0;
+    if (m_inStep && capsLocked() != m_capsAtStart)
+        tapCapsLock();
+    m_inStep = false;
+    restoreBindings();
 }
 
 void XTestKeySink::typeCodePoint(char32_t cp)
 {
     KeyPress p;
-    if (!lookup(keysymForCodePoint(cp), &p))
+    if (!lookup(keysymForCodePoint(cp), &p)) {
+        // Never skip a character silently.
+        m_failure = QStringLiteral("A character could not be typed: the login is incomplete.");
         return;
+    }
     pressModifiers(p.mods, true);
     fake(p.keycode, true);
     fake(p.keycode, false);
     pressModifiers(p.mods, false);
     xcb_flush(m_c);
 }
-
 void XTestKeySink::keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode)
 {
     if (!unicode.isEmpty()) {

@@ -3,12 +3,15 @@
 //
 // A character with a key on the active layout group is typed with that key and the modifiers
 // its level needs. Any other character (é on a US layout, €, emoji, CJK) is typed on a spare
-// keycode bound to its keysym for the script and unbound after. Caps Lock is released for the
-// script and locked again after it; typing waits for the user's modifiers to be let go.
+// keycode bound to its keysym, in batches when there are more such characters than spare
+// keycodes. Each typing step releases Caps Lock and puts it back as it found it; typing waits
+// until the user has let go of every key.
 
 #include "platform/KeySink.h"
 
+#include <QElapsedTimer>
 #include <QHash>
+#include <QList>
 #include <QSet>
 #include <QTimer>
 
@@ -22,47 +25,79 @@ class XkbKeyboardLayout;
 
 class XTestKeySink : public KeySink {
 public:
+    // Also puts back spare keycodes that a crashed run left bound.
     XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layout);
     ~XTestKeySink() override { restoreBindings(); }
 
-    // How long bindings for characters without a key outlive the script that made them.
+    // How long bindings for characters without a key outlive the step that made them, at least.
     static constexpr int kRestoreDelayMs = 1500;
+    // Receivers re-read the keymap when they handle the mapping notice: 20 ms was seen to be
+    // enough on a loaded machine, 5 ms not.
+    static constexpr qint64 kSettleMicros = 50000;
+    // How long a receiver may take per key, at its slowest, when we estimate how far behind it
+    // is (Chromium takes 1 to 1.7 ms), and the margin added to that estimate.
+    static constexpr qint64 kReceiverMicrosPerKey = 2500;
+    static constexpr qint64 kReceiverMarginMicros = 150000;
 
     void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override;
     void setClipboard(const QString &text) override;
     QString notReadyReason() override;
     qint64 prepare(const QString &characters) override;
+    qint64 readyFor(const QString &upcoming) override;
     void finish() override;
+    void cancel() override;
+    QString failureReason() const override;
 
     // The bindings made for characters without a key (for tests).
     int spareKeycodesInUse() const { return int(m_bound.size()); }
+    // The keycodes with no symbol that bindings may use.
+    int spareKeycodeCount();
     void restoreBindings();
+    // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash.
+    static QString bindingRecordPath();
 
 private:
     struct KeyPress {
         quint8 keycode = 0;
         quint8 mods = 0; // real modifier mask the level needs
     };
-    bool lookup(quint32 keysym, KeyPress *press) const;
+    // The key for a keysym: a binding of ours (withBindings), else a key of the layout.
+    bool lookup(quint32 keysym, KeyPress *press, bool withBindings = true) const;
     void loadModifierMapping();
     void fake(quint8 keycode, bool press);
     void pressModifiers(quint8 mods, bool press);
     void typeCodePoint(char32_t cp);
     static quint32 keysymForCodePoint(char32_t cp);
+    // The keysyms of the text's characters that no key of the layout has (bound by us or not),
+    // in order, once each.
+    QList<quint32> missingKeysyms(const QString &text) const;
+    // Binds the first of these keysyms to spare keycodes; answers the settle time, 0 when all
+    // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
+    qint64 bind(const QList<quint32> &keysyms);
+    bool findSpareKeycodes();
+    bool writeMapping(const QHash<quint8, quint32> &symbols);
+    bool capsLocked(bool *ok = nullptr) const;
+    void tapCapsLock();
+    void restoreLeftByCrash();
+    qint64 nowMicros() const { return m_clock.nsecsElapsed() / 1000; }
 
     xcb_connection_t *m_c;
     XkbKeyboardLayout *m_layout;
     quint32 m_root = 0;
     quint8 m_minKeycode = 8, m_maxKeycode = 255;
     std::vector<quint8> m_modifierKeycodes[8]; // per real modifier
-    QHash<quint32, KeyPress> m_bound;          // keysym -> spare keycode, while a script plays
-    QList<quint8> m_spare;
-    // The range of keycodes the bindings were made over, and its symbols before them.
-    int m_rangeLow = 0, m_rangeHigh = 0, m_rangePer = 2;
-    std::vector<quint32> m_rangeSyms;
-    bool m_relockCaps = false;
+    QList<quint8> m_spare;                     // keycodes with no symbol of their own
+    QHash<quint32, quint8> m_bound;            // keysym -> spare keycode
+    QHash<quint8, quint32> m_boundSym;         // spare keycode -> keysym
+    QSet<quint8> m_pressed;                    // keys we hold down now
     QList<quint8> m_heldForFlags;
+    bool m_inStep = false;
+    bool m_capsAtStart = false;
     char16_t m_highSurrogate = 0;
+    QString m_failure;
+    QElapsedTimer m_clock;
+    // When the receiver should have handled every key sent so far, at its slowest.
+    qint64 m_receiverDoneMicros = 0;
     QTimer m_restoreTimer;
 };
 
