@@ -12,7 +12,7 @@ PACKAGES=(
   gobjc libgnustep-base-dev
   xvfb xauth openbox x11-xkb-utils x11-utils xdotool xterm xclip
   dbus dbus-x11 gnome-keyring libsecret-tools
-  desktop-file-utils fonts-dejavu-core
+  desktop-file-utils fonts-dejavu-core poppler-utils
   chromium python3
 )
 

@@ -86,15 +86,15 @@ private Q_SLOTS:
         // At once, in the window: a duplicate, then a deletion.
         selectByName(doc, "Bank");
         doc->duplicateButton->click();
-        QTRY_COMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Mail", "Shop", "Xenon"}));
+        QTRY_COMPARE(testsupport::entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Mail", "Shop", "Xenon"}));
         QTRY_VERIFY(doc->saveMsg->isHidden());
         QCOMPARE(doc->passwordTable->model()->rowCount(), 5);
         selectByName(doc, "Mail");
         doc->deleteButton->click();
-        QTRY_COMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Shop", "Xenon"}));
+        QTRY_COMPARE(testsupport::entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Bank copy", "Shop", "Xenon"}));
         QTRY_VERIFY(doc->saveMsg->isHidden());
         const EntryList onDisk = listOnDisk(path);
-        QCOMPARE(entryNames(onDisk), (QStringList{"Bank", "Bank copy", "Shop", "Xenon"}));
+        QCOMPARE(testsupport::entryNames(onDisk), (QStringList{"Bank", "Bank copy", "Shop", "Xenon"}));
         QCOMPARE(onDisk[2].toMap().value(EntryKey::Notes).toString(), QString("changed outside"));
 
         // A merge moves rows: the selected entry stays selected, and current.
@@ -107,7 +107,7 @@ private Q_SLOTS:
         QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{3});
         QVERIFY(gWebsiteItem);
         QCOMPARE(gWebsiteItem->value(EntryKey::Path).toString(), QString("Shop"));
-        QCOMPARE(entryNames(listOnDisk(path)), (QStringList{"Apple", "Bank", "Bank copy", "Shop", "Xenon"}));
+        QCOMPARE(testsupport::entryNames(listOnDisk(path)), (QStringList{"Apple", "Bank", "Bank copy", "Shop", "Xenon"}));
 
         // So does the change watcher's reading of the file.
         QCOMPARE(runCli({"add", path, "Aaron", "--password-stdin"}).code, 0);
@@ -254,7 +254,7 @@ private Q_SLOTS:
         QTRY_VERIFY(editor.done());
         QTRY_VERIFY(!doc->callout);
         QTRY_VERIFY(doc->saveMsg->isHidden());
-        QCOMPARE(entryNames(listOnDisk(path, firstPassword)), QStringList{name});
+        QCOMPARE(testsupport::entryNames(listOnDisk(path, firstPassword)), QStringList{name});
         EXPECT_NO_MARKER("after editing");
 
         doc->goToURL(0);

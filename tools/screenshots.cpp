@@ -1,8 +1,10 @@
-// Takes the README's screenshots: the sample password file's window, the entry editor and the
-// change-password panel, on whatever X display it is given (scripts/screenshots.sh uses Xvfb).
+// Takes the README's screenshots: the sample password file's window, the entry editor, the
+// change-password panel, the password generator's callout and the import dialog, on whatever X display it is given (scripts/screenshots.sh uses Xvfb).
 
 #include "core/app/QWPrefs.h"
 #include "ui/Controller.h"
+#include "ui/EntryEditor.h"
+#include "ui/ImportDialog.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
 #include "ui/CXAttachedWindow.h"
@@ -10,7 +12,10 @@
 #include "platform/fake/MapKeychain.h"
 
 #include <QApplication>
+#include <QButtonGroup>
 #include <QDir>
+#include <QFileDialog>
+#include <QPushButton>
 #include <QLineEdit>
 #include <QScreen>
 #include <QTemporaryDir>
@@ -45,6 +50,45 @@ void grab(QWidget *around, const QString &file, int margin = 24)
 void after(int ms, std::function<void()> f)
 {
     QTimer::singleShot(ms, qApp, std::move(f));
+}
+
+// The generator's callout over the entry editor, then the import dialog over a CSV file.
+void generatorAndImport(MyDocument *doc, const QString &home, const QString &out)
+{
+    // The message left by the change-password panel goes first.
+    if (auto *message = qobject_cast<QDialog *>(QApplication::activeModalWidget())) {
+        message->done(1);
+        after(300, [doc, home, out] { generatorAndImport(doc, home, out); });
+        return;
+    }
+    doc->passwordTable->selectRowAlone(0);
+    doc->editEntry();
+    after(900, [doc] { doc->pwDataCalloutView->generateButton->click(); });
+    after(1800, [doc, home, out] {
+        grab(doc, out + "/generator.png");
+        if (auto *callout = qobject_cast<QDialog *>(QApplication::activeModalWidget()))
+            callout->done(0);
+        after(300, [doc, home, out] {
+            doc->callout->done(0);
+            // The dialog as it shows over a browser's CSV file, comma chosen and four columns ticked.
+            auto *dialog = new ImportDialog(doc);
+            dialog->beginChoosing(QStringLiteral("Title,URL,Username,Password,Notes\n"
+                                                 "Bookshop,https://books.example,reader42,c0ver2cover,\n"
+                                                 "Library,https://library.example,ann.smith,Sh3lf-Life,card in wallet\n"
+                                                 "\"Smith, J. (work)\",https://mail.example,jsmith,Mail!2024,\n"
+                                                 "Garage door,,,4711,code for the keypad\n"));
+            dialog->importPasswordDataRadioButtons->button(1)->click();
+            for (int p = 1; p <= 4; ++p)
+                dialog->setTicked(p, true);
+            dialog->move(doc->x() + 20, doc->y() + 60);
+            dialog->show();
+            after(800, [doc, dialog, out] {
+                grab(dialog, out + "/import-dialog.png", 24);
+                dialog->done(0);
+                after(600, [] { QApplication::exit(0); });
+            });
+        });
+    });
 }
 
 } // namespace
@@ -96,7 +140,7 @@ int main(int argc, char **argv)
                         after(300, [&, doc] {
                             grab(doc, out + "/change-password.png");
                             doc->framisChangePanel->done(0);
-                            after(600, [&] { QApplication::exit(0); });
+                            after(600, [&, doc] { generatorAndImport(doc, home.path(), out); });
                         });
                     });
                     after(100, [doc] {
@@ -108,12 +152,6 @@ int main(int argc, char **argv)
                 });
             });
         });
-    });
-    // Anything left open ("Password not changed.") is dismissed on the way out.
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, [] {});
-    after(1500 + 400 + 900 + 300 + 100 + 600 + 300 + 600 + 400, [] {
-        if (QWidget *w = QApplication::activeModalWidget())
-            static_cast<QDialog *>(w)->done(1);
     });
     return app.exec();
 }

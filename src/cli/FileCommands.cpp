@@ -1,11 +1,13 @@
 // tessaline-cli's password-file commands: the same opening and saving as the application.
 
 #include "Cli.h"
+#include "Exchange.h"
 
 #include "core/app/QWPrefs.h"
 #include "core/archive/Utf8.h"
 #include "core/entries/EntryList.h"
 #include "core/entries/Search.h"
+#include "core/exchange/Export.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/linux/SecretServiceKeychain.h"
 
@@ -419,8 +421,12 @@ int noSuchEntry(const QString &name)
 int runFileCommand(const QString &command, const QStringList &args)
 {
     const bool fields = command == u"add" || command == u"edit";
+    QStringList rest = args;
+    ImportRequest importRequest;
+    if (command == u"import" && !parseImportOptions(rest, &importRequest))
+        return ExitUsage;
     Options o;
-    if (!parseOptions(args, fields, &o))
+    if (!parseOptions(rest, fields, &o))
         return ExitUsage;
     if (command == u"create")
         return runCreate(o);
@@ -434,11 +440,13 @@ int runFileCommand(const QString &command, const QStringList &args)
         {QStringLiteral("find"), {1, "find FILE.qvm TEXT [--json]"}},
         {QStringLiteral("passwd"), {0, "passwd FILE.qvm"}},
         {QStringLiteral("keychain"), {1, "keychain FILE.qvm on|off"}},
+        {QStringLiteral("export"), {1, "export FILE.qvm OUT.csv|- [NAME...]"}},
+        {QStringLiteral("import"), {1, "import FILE.qvm IN.csv [--separator tab|comma|semicolon] [--columns LIST] [--skip-first-line] [--quotes standard]"}},
     };
     const auto usage = usages.value(command);
     if (int rc = withEntryName(o, usage.second, usage.first))
         return rc;
-    const bool exactCount = command != u"rm";
+    const bool exactCount = command != u"rm" && command != u"export";
     if (exactCount && o.positional.size() != 1 + usage.first) {
         error(QStringLiteral("usage: tessaline-cli %1").arg(QLatin1String(usage.second)));
         return ExitUsage;
@@ -450,6 +458,12 @@ int runFileCommand(const QString &command, const QStringList &args)
     if (command == u"keychain" && o.noKeychain) {
         error(QStringLiteral("keychain and --no-keychain do not go together"));
         return ExitUsage;
+    }
+
+    // The file to import is read first: a file that cannot be read asks for no password.
+    if (command == u"import") {
+        if (int rc = readImportFile(o.positional[1], &importRequest))
+            return rc;
     }
 
     QWPrefs prefs(QWPrefs::applicationIDToLoad(), kApplicationID);
@@ -492,6 +506,20 @@ int runFileCommand(const QString &command, const QStringList &args)
         return ExitOK;
     }
 
+    if (command == u"export") {
+        QList<qsizetype> rows;
+        for (const QString &n : o.positional.mid(2)) {
+            const qsizetype row = entryWithName(list, n);
+            if (row < 0)
+                return noSuchEntry(n);
+            rows.append(row);
+        }
+        if (o.positional.size() == 2)
+            for (qsizetype i = 0; i < list.size(); ++i)
+                rows.append(i);
+        return writeExport(o.positional[1], exportCsv(list, rows));
+    }
+
     if (!file.PWFileWriteable() && command != u"keychain") {
         error(QStringLiteral("%1 is read-only").arg(file.packagePath()));
         return ExitCannotWrite;
@@ -509,7 +537,7 @@ int runFileCommand(const QString &command, const QStringList &args)
     // The read-change-write holds the package lock from here to the save, and changes what the
     // file holds now: another writer may have saved since it was opened.
     std::optional<PasswordFile::Locked> lock;
-    if (command == u"add" || command == u"edit" || command == u"rm") {
+    if (command == u"add" || command == u"edit" || command == u"rm" || command == u"import") {
         lock.emplace(file);
         if (!lock->ok()) {
             error(QStringLiteral("%1 is being written by another program; try again").arg(file.packagePath()));
@@ -593,6 +621,16 @@ int runFileCommand(const QString &command, const QStringList &args)
             list.removeAt(entryWithName(list, n));
         }
         return session.save();
+    }
+
+    if (command == u"import") {
+        // One save: the file ends up with all of the import or, when the save fails, none.
+        const qsizetype imported = importRecords(list, importRequest.records, importRequest.columns);
+        if (imported > 0) {
+            if (int rc = session.save())
+                return rc;
+        }
+        return reportLeftOver(importRequest, imported);
     }
 
     if (command == u"passwd") {

@@ -1,6 +1,7 @@
 // tessaline-cli: the password-file core for scripts and headless use.
 
 #include "Cli.h"
+#include "Exchange.h"
 
 #include "core/archive/Utf8.h"
 
@@ -31,6 +32,31 @@ Password files (FILE.qvm is the package folder):
                                  password contain TEXT, ignoring case
   passwd FILE.qvm                change the file password
   keychain FILE.qvm on|off       keep the file password in the keyring, or not
+  export FILE.qvm OUT.csv [NAME...]
+                                 write the entries (all, or those named) as CSV: a header
+                                 line, then six quoted fields per entry (name, URL, user ID,
+                                 password, notes, second user ID), nothing escaped. The file
+                                 holds the passwords in the clear (made readable by you
+                                 only); OUT.csv "-" writes to standard output
+  import FILE.qvm IN.csv [--separator tab|comma|semicolon] [--columns LIST]
+                [--skip-first-line] [--quotes standard]
+                                 add one entry per line of a UTF-8 text file (separator
+                                 default comma). LIST names the field of each column, in
+                                 order: name, url, user1, user2, password, notes or skip
+                                 (default name,url,user1,password,notes). The line
+                                 "Title,URL,Username,Password,Notes" is skipped;
+                                 --skip-first-line skips the first line whatever it holds.
+                                 Fields in double quotes may hold the separator and line
+                                 breaks; a doubled quote inside is read as this program's
+                                 dialog reads it (a""b gives a"bb) unless --quotes standard
+                                 (a""b gives a"b, as other programs write it). Runs of
+                                 spaces become one space; fields are cut at 8191 characters.
+                                 Taken names get a number. Records that cannot be imported
+                                 (no name, too few fields) are printed; all or nothing is
+                                 saved
+  generate [--length N] [--no-specials] [--count K]
+                                 print K (default 1) random passwords of N characters
+                                 (default 8, from 4 to 47; 3 to 47 with --no-specials)
 
   ls, show and find only read: they leave every byte of the package as it is. The commands
   that change the file also bring a pre-2.0 file to the current format and merge the copies
@@ -83,6 +109,8 @@ Settings (the same store the Tessaline application uses):
 
 Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success; 1 usage
 (or an absent setting); 2 the file cannot be opened (not a password file, wrong password,
+damaged; or the file to import cannot be read or is not UTF-8); 3 the file cannot be
+written (read-only, disk full); 4 no such entry; 5 import: some records were left over.
 damaged); 3 the file cannot be written (read-only, disk full); 4 no such entry; 5 the login
 could not be completed (a browser that does not start, a key that could not be sent,
 interrupted); 6 no X11 session.
@@ -128,9 +156,12 @@ int main(int argc, char **argv)
     const QString command = args.takeFirst();
     if (command == u"prefs")
         return tess::cli::runPrefs(args);
+    if (command == u"generate")
+        return tess::cli::runGenerate(args);
     if (tess::cli::isLoginCommand(command))
         return tess::cli::runLoginCommand(command, args);
-    static const QStringList fileCommands = {"create", "ls", "show", "add", "edit", "rm", "find", "passwd", "keychain"};
+    static const QStringList fileCommands = {"create", "ls", "show", "add", "edit", "rm", "find", "passwd", "keychain",
+                                             "export", "import"};
     if (fileCommands.contains(command))
         return tess::cli::runFileCommand(command, args);
     tess::cli::error(QStringLiteral("unknown command \"%1\" (see --help)").arg(command));

@@ -123,7 +123,12 @@ QWidget *EntryEditor::buildFields()
     form->addRow(QStringLiteral("&Website:"), urlText);
     form->addRow(QStringLiteral("&User ID:"), twin(userID1Text, secureUserID));
     form->addRow(QStringLiteral("User ID &2:"), twin(userID2Text, secureUserID2));
-    form->addRow(QStringLiteral("&Password:"), twin(passwordText, securePassword, showHideUserIDPasswordButton));
+    QWidget *passwordRow = twin(passwordText, securePassword, showHideUserIDPasswordButton);
+    generateButton = new QPushButton(QStringLiteral("&Generate…"));
+    generateButton->setObjectName(QStringLiteral("generateButton"));
+    generateButton->setAutoDefault(false);
+    static_cast<QHBoxLayout *>(passwordRow->layout())->addWidget(generateButton);
+    form->addRow(QStringLiteral("&Password:"), passwordRow);
     return box;
 }
 
@@ -414,6 +419,7 @@ void EntryEditor::disableUI()
     }
     passwordText->setReadOnly(true);
     securePassword->setReadOnly(true);
+    generateButton->setEnabled(false);
     for (QWidget *w : std::initializer_list<QWidget *>{userIDOptions, passwordOptions, passwordReturnSwitch, passwordTabSwitch, passwordTabs,
                                                        userIDReturnSwitch, userIDTabSwitch, userIDTabs})
         w->setEnabled(false);

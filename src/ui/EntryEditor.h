@@ -58,6 +58,8 @@ public:
     QLineEdit *nameText, *urlText, *userID1Text, *userID2Text, *passwordText;
     QLineEdit *secureUserID, *secureUserID2, *securePassword;
     QPushButton *showHideUserIDPasswordButton;
+    // Opens the password generator's callout (ui/GeneratorCallout).
+    QPushButton *generateButton;
     QComboBox *userIDOptions, *userIDTabs, *passwordOptions, *passwordTabs, *browserPopup;
     QCheckBox *userIDTabSwitch, *userIDReturnSwitch, *passwordTabSwitch, *passwordReturnSwitch;
     QPlainTextEdit *notesText;

@@ -6,10 +6,14 @@
 #include "core/entries/Search.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
+#include "ui/ExportPanel.h"
 #include "ui/EntryEditor.h"
+#include "ui/GeneratorCallout.h"
 #include "ui/Globals.h"
 #include "ui/Help.h"
+#include "ui/ImportDialog.h"
 #include "ui/Panels.h"
+#include "ui/Printing.h"
 #include "ui/QWCellTableViewArray.h"
 #include "ui/WebsitePasswordManager.h"
 
@@ -210,6 +214,8 @@ void MyDocument::buildEditor()
     pwDataCalloutView = new EntryEditor(this);
     pwDataCalloutView->hide();
     connect(pwDataCalloutView, &EntryEditor::edited, this, &MyDocument::setEnabledForCalloutSaveChanges);
+    connect(pwDataCalloutView->generateButton, &QPushButton::clicked, this,
+            [this] { GeneratorCallout::generatePassword(pwDataCalloutView); });
     connect(pwDataCalloutView, &EntryEditor::saveChosen, this, [this] {
         if (callout)
             callout->done(1);
@@ -237,6 +243,16 @@ void MyDocument::buildMenus()
     });
     if (gRecentWebsitesMenu)
         fileMenu->addMenu(gRecentWebsitesMenu);
+    fileMenu->addSeparator();
+    connect(fileMenu->addAction(QStringLiteral("Import…")), &QAction::triggered, this, &MyDocument::importPasswordDataBegin);
+    connect(fileMenu->addAction(QStringLiteral("Export…")), &QAction::triggered, this,
+            [this] { exportPasswordData(this, m_file.passwordArray(), passwordTable->selectedRows()); });
+    fileMenu->addSeparator();
+    connect(fileMenu->addAction(QStringLiteral("Page Setup…")), &QAction::triggered, this, [this] { runPageLayout(this); });
+    QAction *print = fileMenu->addAction(QStringLiteral("Print…"));
+    print->setShortcut(QKeySequence::Print);
+    connect(print, &QAction::triggered, this,
+            [this] { printDocument(this, m_file.passwordArray(), passwordTable->selectedRows(), filePath()); });
     fileMenu->addSeparator();
     QAction *change = fileMenu->addAction(QStringLiteral("Change Password…"));
     connect(change, &QAction::triggered, this, &MyDocument::changePassword);
@@ -327,6 +343,8 @@ bool MyDocument::validateMenuItem(QAction *item) const
         return !searchField->text().isEmpty();
     if (title.startsWith(u"Print"))
         return !m_file.passwordArray().isEmpty();
+    if (title.startsWith(u"Import"))
+        return m_file.PWFileWriteable();
     return true;
 }
 
@@ -534,6 +552,16 @@ void MyDocument::confirmDelete()
     for (qsizetype i = rows.size() - 1; i >= 0; --i)
         m_wpm->deleteRecentWebsiteMenuItemWithTitle(entryName(m_file.passwordArray().value(rows[i])));
     passwordTable->deleteSelectedEntriesFromTable();
+}
+
+void MyDocument::importPasswordDataBegin()
+{
+    if (!m_opened || !m_file.PWFileWriteable() || callout)
+        return;
+    // The import's target is the current document.
+    gWebsiteDocument = this;
+    gWPM = m_wpm;
+    ImportDialog::importPasswordDataBegin(this);
 }
 
 void MyDocument::find()

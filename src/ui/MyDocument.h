@@ -47,6 +47,7 @@ public:
     void duplicateEntry();
     void editEntry();
     void find();
+    void importPasswordDataBegin();
     void search(bool forward);
     void changePassword();
     void toggleSavePWInKeychain();

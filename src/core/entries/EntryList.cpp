@@ -102,9 +102,22 @@ QString uniqueNameForName(const EntryList &list, const QString &name)
 {
     if (entryWithName(list, name) < 0)
         return name;
+    return uniqueNameForName(entryNameSet(list), name);
+}
+
+QSet<QString> entryNameSet(const EntryList &list)
+{
     QSet<QString> names;
+    names.reserve(list.size());
     for (const QVariant &e : list)
         names.insert(entryName(e));
+    return names;
+}
+
+QString uniqueNameForName(const QSet<QString> &names, const QString &name)
+{
+    if (!names.contains(name))
+        return name;
     for (qint64 n = 2;; ++n) {
         const QString candidate = name + QString::number(n);
         if (!names.contains(candidate))
@@ -143,15 +156,20 @@ Entry newEntryFromAdd(const QString &defaultUserID)
 
 qsizetype newCategoryNamed(EntryList &list, const QString &name)
 {
-    list.append(Entry{{EntryKey::Path, uniqueNameForName(list, name)},
-                      {EntryKey::Button, QString(QLatin1String(""))},
-                      {EntryKey::Notes, QString(QLatin1String(""))},
-                      {EntryKey::NewUserIDOptions, QVariant::fromValue<qint64>(0)},
-                      {EntryKey::PasswordTabCount, QVariant::fromValue<qint64>(0)},
-                      {EntryKey::PasswordTabSwitch, true},
-                      {EntryKey::UserIDTabCount, QVariant::fromValue<qint64>(0)},
-                      {EntryKey::UserIDTabSwitch, false}});
+    list.append(newCategoryEntry(uniqueNameForName(list, name)));
     return list.size() - 1;
+}
+
+Entry newCategoryEntry(const QString &uniqueName)
+{
+    return Entry{{EntryKey::Path, uniqueName},
+                 {EntryKey::Button, QString(QLatin1String(""))},
+                 {EntryKey::Notes, QString(QLatin1String(""))},
+                 {EntryKey::NewUserIDOptions, QVariant::fromValue<qint64>(0)},
+                 {EntryKey::PasswordTabCount, QVariant::fromValue<qint64>(0)},
+                 {EntryKey::PasswordTabSwitch, true},
+                 {EntryKey::UserIDTabCount, QVariant::fromValue<qint64>(0)},
+                 {EntryKey::UserIDTabSwitch, false}};
 }
 
 QString droppedEntryName(const EntryList &list, const QString &name)

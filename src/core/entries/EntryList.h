@@ -4,6 +4,7 @@
 
 #include "core/entries/Entry.h"
 
+#include <QSet>
 #include <QStringList>
 
 namespace tess {
@@ -23,6 +24,9 @@ void sortEntries(EntryList &list);
 qsizetype entryWithName(const EntryList &list, const QString &name);
 // uniqueNameForName: name, or name followed directly by 2, 3, ... until free.
 QString uniqueNameForName(const EntryList &list, const QString &name);
+// The same over a set of the names in use, for callers that add many entries at once.
+QString uniqueNameForName(const QSet<QString> &names, const QString &name);
+QSet<QString> entryNameSet(const EntryList &list);
 // The name duplicateEntry gives a copy: "X copy", "X copy 2", ...
 QString duplicateNameForName(const EntryList &list, const QString &name);
 // duplicateEntry: appends a copy of entry `row` under its duplicate name; answers its index.
@@ -32,6 +36,8 @@ qsizetype duplicateEntry(EntryList &list, qsizetype row);
 Entry newEntryFromAdd(const QString &defaultUserID);
 // newCategoryNamed:edit: — appends an entry for the importer; answers its index.
 qsizetype newCategoryNamed(EntryList &list, const QString &name);
+// The same with the name already made unique.
+Entry newCategoryEntry(const QString &uniqueName);
 // A dropped entry's new name: the last path component, made unique.
 QString droppedEntryName(const EntryList &list, const QString &name);
 
