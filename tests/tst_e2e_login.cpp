@@ -3,6 +3,7 @@
 // records what each form posted, compared here with the entry exactly.
 
 #include "support/FileSupport.h"
+#include "support/LoginSite.h"
 #include "support/TestSupport.h"
 
 #include "core/entries/Entry.h"
@@ -11,29 +12,19 @@
 
 #include <QDir>
 #include <QGuiApplication>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
 
 using namespace tess;
 using namespace tess::testsupport;
 
 namespace {
 
-const QString kBrowserID = QStringLiteral("tessaline-e2e-chromium.desktop");
-const QString kBrokenID = QStringLiteral("tessaline-e2e-broken.desktop");
 const QString kSymbols = QString::fromUtf8("p@ss w0rd!#$%^&*()_+-=[]{};:'\",.<>/?\\|`~é€😀");
-
-bool writeText(const QString &path, const QString &text)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(text.toUtf8()) >= 0;
-}
 
 } // namespace
 
@@ -41,32 +32,13 @@ class TestE2ELogin : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QProcess m_server;
-    QString m_record, m_file;
-    int m_port = 0;
-    qsizetype m_seen = 0;
+    LoginSite m_site;
+    QString m_file;
     int m_spare = 0;
     QString m_manyCharacters;
 
-    QString url(const char *page) const { return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(QLatin1String(page)); }
-
-    // The forms posted since the last call, once `count` of them have come (or 20 s passed).
-    QList<QJsonObject> posted(int count)
-    {
-        QList<QJsonObject> forms;
-        for (int i = 0; i < 200; ++i) {
-            const QList<QByteArray> lines = readFile(m_record).split('\n');
-            forms.clear();
-            for (qsizetype k = m_seen; k < lines.size(); ++k)
-                if (!lines[k].isEmpty())
-                    forms.append(QJsonDocument::fromJson(lines[k]).object());
-            if (forms.size() >= count)
-                break;
-            QTest::qWait(100);
-        }
-        m_seen += forms.size();
-        return forms;
-    }
+    QString url(const char *page) const { return m_site.url(page); }
+    QList<QJsonObject> posted(int count) { return m_site.posted(count); }
 
     CliRun cli(const QStringList &args) { return runCli(args + QStringList{"--password-stdin", "--no-keychain"}, "pw\n"); }
     void setPref(const char *key, const char *value)
@@ -79,29 +51,9 @@ private Q_SLOTS:
     {
         if (!qEnvironmentVariableIsSet("TESSALINE_TEST_SESSION"))
             QSKIP("needs the X server of `make test`");
-        QVERIFY2(!QStandardPaths::findExecutable("chromium").isEmpty(), "chromium is not installed (scripts/deps.sh)");
         QVERIFY(m_dir.isValid());
-        m_record = m_dir.filePath("posted.jsonl");
-        m_server.start("python3", {QStringLiteral(TESSALINE_SOURCE_DIR "/tests/login_server.py"), m_record});
-        QVERIFY(m_server.waitForReadyRead(10000));
-        m_port = m_server.readLine().trimmed().toInt();
-        QVERIFY(m_port > 0);
-
-        // The entry's browser: Chromium with a fresh profile, kept off the network.
-        const QString apps = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/applications";
-        QVERIFY(QDir().mkpath(apps));
-        const QString profile = m_dir.filePath("profile");
-        QVERIFY(writeText(apps + "/" + kBrowserID,
-                          "[Desktop Entry]\nType=Application\nName=E2E Chromium\n"
-                          "Exec=chromium --no-sandbox --disable-gpu --no-first-run --no-default-browser-check "
-                          "--disable-background-networking --disable-component-update --disable-sync --disable-quic "
-                          "--password-store=basic --disable-features=Translate,PasswordManagerOnboarding "
-                          "--user-data-dir=" + profile + " %U\n"
-                          "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"));
-        QVERIFY(writeText(apps + "/" + kBrokenID,
-                          "[Desktop Entry]\nType=Application\nName=Broken Browser\nExec=false %U\n"
-                          "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"));
-        QCOMPARE(QProcess::execute("update-desktop-database", {apps}), 0);
+        const QString error = m_site.start(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/applications");
+        QVERIFY2(error.isEmpty(), qPrintable(error));
 
         // How many keycodes the server has for characters without a key: the test goes past it.
         auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
@@ -115,7 +67,7 @@ private Q_SLOTS:
         QList<Entry> entries;
         const auto login = [&](const char *name, const char *page, Entry extra) {
             Entry e{{EntryKey::Path, name}, {EntryKey::URL, url(page)}, {EntryKey::NewUserIDOptions, 1},
-                    {EntryKey::BrowserBundleID, kBrowserID}, {EntryKey::PasswordEnter, true}};
+                    {EntryKey::BrowserBundleID, LoginSite::kBrowserID}, {EntryKey::PasswordEnter, true}};
             for (auto it = extra.cbegin(); it != extra.cend(); ++it)
                 e.insert(it.key(), it.value());
             entries.append(e);
@@ -128,7 +80,7 @@ private Q_SLOTS:
                                      {EntryKey::UserIDReturnSwitch, true}, {EntryKey::PasswordOptions, 1}});
         login("Shown", "show", {{EntryKey::UserID, "dave"}, {EntryKey::Password, "read me"},
                                 {EntryKey::UserIDReturnSwitch, true}, {EntryKey::PasswordOptions, 3}});
-        login("Broken", "one", {{EntryKey::UserID, "eve"}, {EntryKey::Password, "x"}, {EntryKey::BrowserBundleID, kBrokenID}});
+        login("Broken", "one", {{EntryKey::UserID, "eve"}, {EntryKey::Password, "x"}, {EntryKey::BrowserBundleID, LoginSite::kBrokenID}});
         QVariantList list;
         for (const Entry &e : entries)
             list.append(e);
@@ -138,24 +90,7 @@ private Q_SLOTS:
         setPref("typeSpeed", "100");
     }
 
-    void cleanupTestCase()
-    {
-        m_server.kill();
-        m_server.waitForFinished();
-        // The Chromium this test started: the processes of its own profile, by id.
-        const QByteArray mark = ("--user-data-dir=" + m_dir.filePath("profile")).toUtf8();
-        for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
-            if (pid.toInt() > 0 && readFile("/proc/" + pid + "/cmdline").contains(mark))
-                ::kill(pid.toInt(), SIGTERM);
-        for (int i = 0; i < 50 && QDir("/proc").entryList(QDir::Dirs).size() > 0; ++i) {
-            bool running = false;
-            for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
-                running = running || (pid.toInt() > 0 && readFile("/proc/" + pid + "/cmdline").contains(mark));
-            if (!running)
-                break;
-            QTest::qWait(100);
-        }
-    }
+    void cleanupTestCase() { m_site.stop(); }
 
     void typedLogin()
     {
@@ -206,7 +141,7 @@ private Q_SLOTS:
         const auto forms = posted(1);
         QCOMPARE(forms.size(), 1);
         QCOMPARE(forms[0], (QJsonObject{{"page", "show"}, {"user", "dave"}}));
-        QVERIFY(!readFile(m_record).contains("read me"));
+        QVERIFY(!readFile(m_site.recordPath()).contains("read me"));
     }
 
     void browserThatDoesNotStart()

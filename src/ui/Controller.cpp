@@ -4,6 +4,7 @@
 #include "core/shortcuts/KeyNames.h"
 #include "core/storage/PasswordFile.h"
 #include "platform/x11/X11Session.h"
+#include "ui/ApplicationLogin.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -107,6 +108,7 @@ void Controller::awakeFromNib()
         gRecentWebsitesMenu->addAction(QStringLiteral("Clear Menu"))->setEnabled(false);
     }
     PasswordFile::removeLeftoverScratchDirectories();
+    m_login = std::make_unique<ApplicationLogin>();
     connect(qApp, &QCoreApplication::aboutToQuit, this, &Controller::applicationWillTerminate);
 }
 
@@ -269,6 +271,9 @@ void Controller::applicationWillTerminate()
     if (m_terminating || !gPrefs)
         return;
     m_terminating = true;
+    // Nothing more is typed once the user has asked to quit.
+    if (m_login)
+        m_login->cancel();
     QVariantList paths;
     for (const auto &d : std::as_const(m_documents)) {
         if (!d)

@@ -14,6 +14,7 @@ class QLineEdit;
 
 namespace tess {
 
+class ApplicationLogin;
 class Keychain;
 class MyDocument;
 
@@ -46,6 +47,8 @@ public:
 
     QList<MyDocument *> documents() const;
     MyDocument *documentForPath(const QString &path) const;
+    // The application's logins (one at a time), from awakeFromNib on.
+    ApplicationLogin *login() const { return m_login.get(); }
 
     // Set by tests and the screenshot tool: how the new-file panel is answered.
     QPointer<QFileDialog> newFilePanel;
@@ -58,6 +61,7 @@ Q_SIGNALS:
 private:
     MyDocument *openDocument(const QString &path);
     Keychain *m_keychain;
+    std::unique_ptr<ApplicationLogin> m_login;
     QList<QPointer<MyDocument>> m_documents;
     bool m_terminating = false;
 };

@@ -1,6 +1,6 @@
 #pragma once
-// Per document: the recent-websites submenu over the document's list of titles. (Logging in,
-// the login options and the generator join it as they are built.)
+// Per document: logging in to the current entry (gWebsiteItem) through the application's
+// login runner, and the recent-websites submenu over the document's list of titles.
 
 #include <QObject>
 #include <QStringList>
@@ -29,6 +29,14 @@ public:
     void deleteRecentWebsiteMenuItemWithTitle(const QString &title);
     void renameRecentWebsiteTitle(const QString &from, const QString &to);
     void clearRecentWebsiteMenu();
+
+    // Opens the current entry's website and, as its options say, logs in; the visit goes to
+    // the top of the recent websites. Nothing happens without a current entry or an address.
+    void goTo();
+    // The hot keys' entry points: type the current entry's user ID (and password, as its
+    // options say) or its password into the window that has the focus.
+    void handleUserIDFromHotkey(bool fromHotkey);
+    void pastePasswordFromHotkey(bool fromHotkey);
 
 private:
     void rebuild();
