@@ -279,7 +279,9 @@ private Q_SLOTS:
             ModalResponder r;
             r.then([&](QWidget *) {
                 EntryEditor *e = doc->pwDataCalloutView;
+                QVERIFY(QTest::qWaitForWindowActive(e->window()));
                 e->securePassword->setFocus();
+                QTRY_VERIFY(e->securePassword->hasFocus());
                 typeText("x");
                 QTRY_VERIFY(!panel->isVisible());
                 e->cancelButton->click();

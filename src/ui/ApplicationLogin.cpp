@@ -172,34 +172,25 @@ ApplicationLogin::~ApplicationLogin()
 
 bool ApplicationLogin::goTo(MyDocument *document, const Entry &entry)
 {
-    if (!m_runner->isRunning())
-        m_document = document;
-    QString why;
-    const bool ok = m_runner->goTo(entry, &why);
-    return started(ok, why);
+    return start(document, [&](QString *why) { return m_runner->goTo(entry, why); });
 }
 
 bool ApplicationLogin::handleUserIDFromHotkey(MyDocument *document, const Entry &entry, bool fromHotkey)
 {
-    if (!m_runner->isRunning())
-        m_document = document;
-    QString why;
-    const bool ok = m_runner->handleUserIDFromHotkey(entry, fromHotkey, &why);
-    return started(ok, why);
+    return start(document, [&](QString *why) { return m_runner->handleUserIDFromHotkey(entry, fromHotkey, why); });
 }
 
 bool ApplicationLogin::pastePasswordFromHotkey(MyDocument *document, const Entry &entry, bool fromHotkey)
 {
-    if (!m_runner->isRunning())
-        m_document = document;
-    QString why;
-    const bool ok = m_runner->pastePasswordFromHotkey(entry, fromHotkey, &why);
-    return started(ok, why);
+    return start(document, [&](QString *why) { return m_runner->pastePasswordFromHotkey(entry, fromHotkey, why); });
 }
 
-bool ApplicationLogin::started(bool ok, const QString &whyNot)
+bool ApplicationLogin::start(MyDocument *document, const std::function<bool(QString *)> &login)
 {
-    if (ok)
+    if (!m_runner->isRunning())
+        m_document = document;
+    QString whyNot;
+    if (login(&whyNot))
         return true;
     // A second request while one runs is simply not taken: the user is already being logged in.
     if (!whyNot.isEmpty() && whyNot != LoginRunner::kBusy)

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 
+#include <functional>
 #include <memory>
 
 class QLabel;
@@ -62,7 +63,7 @@ protected:
     bool nativeEventFilter(const QByteArray &type, void *message, qintptr *result) override;
 
 private:
-    bool started(bool ok, const QString &whyNot);
+    bool start(MyDocument *document, const std::function<bool(QString *)> &login);
     void report(const QString &reason);
     void showPanel(QWidget *panel);
     void showFloatingWarning();
