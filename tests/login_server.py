@@ -9,6 +9,7 @@ standard output) and appends every posted form, as one JSON object a line, to RE
   /first   the user ID; its Return leads to /second, which asks for the password
   /show    the user ID only: the password is to be read, not typed
   /long    one large text field (for typing rates)
+  /ready   posts itself as soon as it has loaded (the browser is up)
 """
 import json
 import sys
@@ -32,6 +33,7 @@ PAGES = {
     "second": [field("password", "password", autofocus=True)],
     "show": [field("user", autofocus=True)],
     "long": ['<p><textarea name="text" rows="5" cols="80" autofocus></textarea></p>'],
+    "ready": ['<script>window.onload = () => document.forms[0].submit();</script>'],
 }
 
 

@@ -86,8 +86,10 @@ private Q_SLOTS:
             list.append(e);
         m_file = m_dir.filePath("Logins.qvm");
         QVERIFY(makePackage(m_file, "pw", list));
-        setPref("browserPageLoadDelay", "6"); // Chromium's first start with a fresh profile is slow
+        setPref("browserPageLoadDelay", "5");
         setPref("typeSpeed", "100");
+
+        QVERIFY(m_site.startBrowser());
     }
 
     void cleanupTestCase() { m_site.stop(); }
@@ -103,8 +105,6 @@ private Q_SLOTS:
 
     void moreUnusualCharactersThanSpareKeys()
     {
-        // Enough for a loaded machine: keys sent before the page has its focus are lost.
-        setPref("browserPageLoadDelay", "4");
         const CliRun run = cli({"login", m_file, "Many"});
         QVERIFY2(run.code == 0, run.err.constData());
         const auto forms = posted(1);

@@ -632,12 +632,20 @@ private Q_SLOTS:
         {
             ModalResponder r;
             QString asked;
-            r.then([&](QWidget *w) { typePassword(w, "pw", &asked); });
+            bool namesShownBehindThePrompt = true;
+            r.then([&](QWidget *w) {
+                namesShownBehindThePrompt = doc->passwordTable->isVisible();
+                typePassword(w, "pw", &asked);
+            });
             (void)activate(&elsewhere);
             QTRY_VERIFY(doc->promptForPassword() || r.done());
+            // Locked: the entry names are not on screen, while away or behind the prompt.
+            QVERIFY(r.done() || !doc->passwordTable->isVisible());
             doc->activateWindow();
             QTRY_VERIFY(r.done());
             QCOMPARE(asked, QString("Re-enter Password:"));
+            QVERIFY(!namesShownBehindThePrompt);
+            QTRY_VERIFY(doc->passwordTable->isVisible());
             QTRY_COMPARE(gWebsiteDocument.data(), doc);
             QVERIFY(doc->isOpen());
         }

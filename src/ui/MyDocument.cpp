@@ -161,9 +161,15 @@ void MyDocument::buildWindow()
     bottom->addStretch();
     bottom->addWidget(saveMsg);
 
+    lockedMessage = new QLabel(QStringLiteral("Locked. The password is asked for when this window comes to the front."));
+    lockedMessage->setAlignment(Qt::AlignCenter);
+    lockedMessage->setWordWrap(true);
+    lockedMessage->hide();
+
     auto *layout = new QVBoxLayout(central);
     layout->addLayout(top);
     layout->addWidget(passwordTable);
+    layout->addWidget(lockedMessage, 1);
     layout->addLayout(bottom);
     setCentralWidget(central);
     resize(460, 520);
@@ -751,6 +757,9 @@ void MyDocument::setPromptForPassword()
 {
     passwordTimer.stop();
     m_promptForPassword = true;
+    // Nobody passing by reads the entry names of a locked document.
+    passwordTable->hide();
+    lockedMessage->show();
     // A locked document's entry is typed by no hot key, and no login of it goes on.
     if (gController)
         gController->login()->cancelFor(this);
@@ -770,6 +779,8 @@ void MyDocument::windowDidBecomeMain()
         recheckPassword();
         if (m_closing)
             return;
+        lockedMessage->hide();
+        passwordTable->show();
     }
     gWebsiteDocument = this;
     gWPM = m_wpm;

@@ -82,6 +82,8 @@ public:
     QWCellTableViewArray *passwordTable;
     QPushButton *addButton, *deleteButton, *duplicateButton;
     QLabel *readOnlyIcon, *saveMsg, *notFoundMessage, *errorLine;
+    // Shown instead of the table while the document waits for its password again.
+    QLabel *lockedMessage;
     QLineEdit *searchField;
     QToolButton *searchBackwardButton, *searchForwardButton;
     PasswordPanel *framisPanel;

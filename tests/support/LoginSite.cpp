@@ -43,14 +43,10 @@ QString LoginSite::start(const QString &appsDir)
     if (m_port <= 0)
         return QStringLiteral("the login server gave no port");
 
-    const QString profile = m_dir.filePath(QStringLiteral("profile"));
     if (!QDir().mkpath(appsDir)
         || !writeText(appsDir + "/" + kBrowserID,
                       "[Desktop Entry]\nType=Application\nName=E2E Chromium\n"
-                      "Exec=chromium --no-sandbox --disable-gpu --no-first-run --no-default-browser-check "
-                      "--disable-background-networking --disable-component-update --disable-sync --disable-quic "
-                      "--password-store=basic --disable-features=Translate,PasswordManagerOnboarding "
-                      "--user-data-dir=" + profile + " %U\n"
+                      "Exec=" + chromium().join(u' ') + " %U\n"
                       "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n")
         || !writeText(appsDir + "/" + kBrokenID,
                       "[Desktop Entry]\nType=Application\nName=Broken Browser\nExec=false %U\n"
@@ -59,6 +55,26 @@ QString LoginSite::start(const QString &appsDir)
     if (QProcess::execute(QStringLiteral("update-desktop-database"), {appsDir}) != 0)
         return QStringLiteral("update-desktop-database failed");
     return {};
+}
+
+QStringList LoginSite::chromium() const
+{
+    // A fresh profile, kept off the network.
+    return {"chromium", "--no-sandbox", "--disable-gpu", "--no-first-run", "--no-default-browser-check",
+            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-quic",
+            "--password-store=basic", "--disable-features=Translate,PasswordManagerOnboarding",
+            "--user-data-dir=" + m_dir.filePath(QStringLiteral("profile"))};
+}
+
+bool LoginSite::startBrowser()
+{
+    const QStringList command = chromium();
+    if (!QProcess::startDetached(command.first(), command.mid(1) << url("ready")))
+        return false;
+    QList<QJsonObject> ready;
+    for (int i = 0; i < 6 && ready.isEmpty(); ++i)
+        ready = posted(1);
+    return ready.value(0).value(QStringLiteral("page")).toString() == u"ready";
 }
 
 QString LoginSite::url(const char *page) const

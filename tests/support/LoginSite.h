@@ -21,6 +21,10 @@ public:
     // Answers an error, or an empty string.
     QString start(const QString &appsDir);
     QString url(const char *page) const;
+    // Chromium's first start with a fresh profile is slow, the more so on a busy machine:
+    // starts it once and waits until it has shown a page, so that each login then opens a tab
+    // in a running browser within the page-load delay.
+    bool startBrowser();
     // The forms posted since the last call, once `count` of them have come (or 20 s passed).
     QList<QJsonObject> posted(int count);
     QString recordPath() const { return m_dir.filePath(QStringLiteral("posted.jsonl")); }
@@ -28,6 +32,8 @@ public:
     void stop();
 
 private:
+    QStringList chromium() const;
+
     QTemporaryDir m_dir;
     QProcess m_server;
     int m_port = 0;
