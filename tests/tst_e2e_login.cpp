@@ -3,13 +3,14 @@
 // records what each form posted, compared here with the entry exactly.
 
 #include "support/FileSupport.h"
-#include "support/LoginSupport.h"
+#include "support/LoginSite.h"
 #include "support/TestSupport.h"
 
 #include "core/entries/Entry.h"
 #include "platform/x11/XTestKeySink.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 
+#include <QDir>
 #include <QGuiApplication>
 #include <QJsonObject>
 #include <QProcess>
@@ -23,8 +24,6 @@ using namespace tess::testsupport;
 
 namespace {
 
-const QString kBrowserID = QStringLiteral("tessaline-e2e-chromium.desktop");
-const QString kBrokenID = QStringLiteral("tessaline-e2e-broken.desktop");
 const QString kSymbols = QString::fromUtf8("p@ss w0rd!#$%^&*()_+-=[]{};:'\",.<>/?\\|`~é€😀");
 
 } // namespace
@@ -33,13 +32,13 @@ class TestE2ELogin : public QObject {
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    LoginPages m_pages;
+    LoginSite m_site;
     QString m_file;
     int m_spare = 0;
     QString m_manyCharacters;
 
-    QString url(const char *page) const { return m_pages.url(page); }
-    QList<QJsonObject> posted(int count) { return m_pages.posted(count); }
+    QString url(const char *page) const { return m_site.url(page); }
+    QList<QJsonObject> posted(int count) { return m_site.posted(count); }
 
     CliRun cli(const QStringList &args) { return runCli(args + QStringList{"--password-stdin", "--no-keychain"}, "pw\n"); }
     void setPref(const char *key, const char *value)
@@ -52,13 +51,9 @@ private Q_SLOTS:
     {
         if (!qEnvironmentVariableIsSet("TESSALINE_TEST_SESSION"))
             QSKIP("needs the X server of `make test`");
-        QVERIFY2(!QStandardPaths::findExecutable("chromium").isEmpty(), "chromium is not installed (scripts/deps.sh)");
         QVERIFY(m_dir.isValid());
-        QVERIFY(m_pages.start(m_dir.filePath("posted.jsonl")));
-
-        // The entry's browser: Chromium with a fresh profile, kept off the network.
-        QVERIFY(installBrowserDesktopFile(kBrowserID, "E2E Chromium", chromiumCommand(m_dir.filePath("profile"))));
-        QVERIFY(installBrowserDesktopFile(kBrokenID, "Broken Browser", "false"));
+        const QString error = m_site.start(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/applications");
+        QVERIFY2(error.isEmpty(), qPrintable(error));
 
         // How many keycodes the server has for characters without a key: the test goes past it.
         auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
@@ -72,7 +67,7 @@ private Q_SLOTS:
         QList<Entry> entries;
         const auto login = [&](const char *name, const char *page, Entry extra) {
             Entry e{{EntryKey::Path, name}, {EntryKey::URL, url(page)}, {EntryKey::NewUserIDOptions, 1},
-                    {EntryKey::BrowserBundleID, kBrowserID}, {EntryKey::PasswordEnter, true}};
+                    {EntryKey::BrowserBundleID, LoginSite::kBrowserID}, {EntryKey::PasswordEnter, true}};
             for (auto it = extra.cbegin(); it != extra.cend(); ++it)
                 e.insert(it.key(), it.value());
             entries.append(e);
@@ -85,7 +80,7 @@ private Q_SLOTS:
                                      {EntryKey::UserIDReturnSwitch, true}, {EntryKey::PasswordOptions, 1}});
         login("Shown", "show", {{EntryKey::UserID, "dave"}, {EntryKey::Password, "read me"},
                                 {EntryKey::UserIDReturnSwitch, true}, {EntryKey::PasswordOptions, 3}});
-        login("Broken", "one", {{EntryKey::UserID, "eve"}, {EntryKey::Password, "x"}, {EntryKey::BrowserBundleID, kBrokenID}});
+        login("Broken", "one", {{EntryKey::UserID, "eve"}, {EntryKey::Password, "x"}, {EntryKey::BrowserBundleID, LoginSite::kBrokenID}});
         QVariantList list;
         for (const Entry &e : entries)
             list.append(e);
@@ -94,17 +89,10 @@ private Q_SLOTS:
         setPref("browserPageLoadDelay", "5");
         setPref("typeSpeed", "100");
 
-        // Chromium's first start with a fresh profile is slow, the more so on a busy machine:
-        // start it once and wait until it has shown a page, so that each login below opens a
-        // tab in a running browser within the page-load delay.
-        QVERIFY(startChromium(m_dir.filePath("profile"), m_pages));
+        QVERIFY(m_site.startBrowser());
     }
 
-    void cleanupTestCase()
-    {
-        // The Chromium this test started: the processes of its own profile.
-        stopChromium(m_dir.filePath("profile"));
-    }
+    void cleanupTestCase() { m_site.stop(); }
 
     void typedLogin()
     {
@@ -153,7 +141,7 @@ private Q_SLOTS:
         const auto forms = posted(1);
         QCOMPARE(forms.size(), 1);
         QCOMPARE(forms[0], (QJsonObject{{"page", "show"}, {"user", "dave"}}));
-        QVERIFY(!readFile(m_dir.filePath("posted.jsonl")).contains("read me"));
+        QVERIFY(!readFile(m_site.recordPath()).contains("read me"));
     }
 
     void browserThatDoesNotStart()

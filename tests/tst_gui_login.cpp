@@ -1,11 +1,15 @@
 // What a login acts on, through the windows: the current entry (the one the hot keys type
-// and Go To URL opens) and the recent-websites menu.
+// and Go To URL opens) and the recent-websites menu; and a login as the user meets it: the
+// floating panels, no input while it runs, Escape, and what stops it.
 
 #include "core/app/QWPrefs.h"
+#include "core/login/LoginRunner.h"
 #include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
+#include "ui/ApplicationLogin.h"
+#include "ui/Controller.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/EntryEditor.h"
 #include "ui/Globals.h"
@@ -15,10 +19,17 @@
 #include "ui/WebsitePasswordManager.h"
 
 #include <QApplication>
+#include <QComboBox>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
+#include <QProcess>
 #include <QPushButton>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tess;
@@ -35,24 +46,10 @@ EntryList sites()
     return list;
 }
 
-// Another program changes the file while the window is open.
-bool changeOutside(const QString &path, const std::function<void(EntryList &)> &change)
-{
-    ScriptedDelegate d;
-    d.passwords = {"pw"};
-    PasswordFile other(path, nullptr, &d);
-    if (other.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
-        return false;
-    change(other.passwordArray());
-    const bool saved = other.save();
-    other.close();
-    return saved;
-}
-
 // Another program sets a key of one entry and adds an entry (so the window sees a new row).
 bool changeOutside(const QString &path, const QString &name, const QString &key, const QString &value, const QString &added)
 {
-    return changeOutside(path, [&](EntryList &l) {
+    return testsupport::changeOutside(path, [&](EntryList &l) {
         QVariantMap e = l[entryWithName(l, name)].toMap();
         e.insert(key, value);
         l[entryWithName(l, name)] = e;
@@ -90,10 +87,72 @@ QStringList titlesOnDisk(const QString &path)
     return file.recentWebsiteTitles();
 }
 
+// Browsers of the test's own: one that starts and stays (opening no window, so the typing
+// goes nowhere) and one that exits at once with an error.
+const QString kSlowID = QStringLiteral("tessaline-test-slow.desktop");
+const QString kBrokenID = QStringLiteral("tessaline-test-broken.desktop");
+
+bool writeText(const QString &path, const QByteArray &text)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(text) == text.size();
+}
+
+EntryList loginSites()
+{
+    EntryList list;
+    const auto site = [&](const char *name, const QString &browser, Entry extra) {
+        Entry e{{EntryKey::Path, name}, {EntryKey::URL, "http://127.0.0.1:9/"}, {EntryKey::UserID, "user"},
+                {EntryKey::Password, QString(QString("pw-") + name)}, {EntryKey::NewUserIDOptions, 1},
+                {EntryKey::BrowserBundleID, browser}};
+        for (auto it = extra.cbegin(); it != extra.cend(); ++it)
+            e.insert(it.key(), it.value());
+        list.append(e);
+    };
+    site("Slow", kSlowID, {});
+    site("Broken", kBrokenID, {});
+    site("Shown", kSlowID, {{EntryKey::PasswordOptions, 3}});
+    site("Built-in", kSlowID, {{EntryKey::UseDVBrowser, true}});
+    return list;
+}
+
 } // namespace
 
 class TestGuiLogin : public DocumentSuite {
     Q_OBJECT
+
+    QTemporaryDir m_apps;
+
+public:
+    TestGuiLogin()
+    {
+        // GIO reads the application directories once, at its first use: these come first.
+        const QString dir = m_apps.path() + "/applications";
+        QDir().mkpath(dir);
+        writeText(dir + "/" + kSlowID, "[Desktop Entry]\nType=Application\nName=Slow Browser\n"
+                                       "Exec=sh -c \"sleep 20\" browser %U\n"
+                                       "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n");
+        writeText(dir + "/" + kBrokenID, "[Desktop Entry]\nType=Application\nName=Broken Browser\nExec=false %U\n"
+                                         "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n");
+        QProcess::execute("update-desktop-database", {dir});
+        const QByteArray dirs = qgetenv("XDG_DATA_DIRS");
+        qputenv("XDG_DATA_DIRS", m_apps.path().toLocal8Bit() + ":" + (dirs.isEmpty() ? "/usr/local/share:/usr/share" : dirs));
+    }
+
+private:
+    ApplicationLogin *login() const { return m_controller->login(); }
+
+    // A document of the login sites, active, with a page-load delay long enough to act within.
+    MyDocument *openSites(const QString &name)
+    {
+        gPrefs->setInteger(5, Pref::BrowserPageLoadDelay);
+        const QString path = pkg(name);
+        if (!makePackage(path, "pw", loginSites()))
+            return nullptr;
+        MyDocument *doc = open(path);
+        return doc && activate(doc) ? doc : nullptr;
+    }
+    int rowOf(MyDocument *doc, const QString &name) { return int(entryWithName(doc->file().passwordArray(), name)); }
 
     void rereadNow(MyDocument *doc)
     {
@@ -104,6 +163,171 @@ class TestGuiLogin : public DocumentSuite {
     }
 
 private Q_SLOTS:
+    void aLoginKeepsTheUserOutAndEscapeStopsIt()
+    {
+        MyDocument *doc = openSites("Escape.qvm");
+        QVERIFY(doc);
+        doc->searchField->setFocus();
+        QTRY_VERIFY(doc->searchField->hasFocus());
+        QSignalSpy cancelled(login()->runner(), &LoginRunner::cancelled);
+        doc->goToURL(rowOf(doc, "Slow"));
+        QVERIFY(login()->runner()->isRunning());
+        QCOMPARE(doc->file().recentWebsiteTitles().value(0), QString("Slow"));
+
+        // The warning is up, above the windows, on the document's screen, not taking the focus.
+        QWidget *warning = login()->floatingWarningPanel;
+        QTRY_VERIFY(warning->isVisible());
+        QVERIFY(warning->windowFlags() & Qt::WindowDoesNotAcceptFocus);
+        QVERIFY(warning->windowFlags() & Qt::WindowStaysOnTopHint);
+        QCOMPARE(warning->screen(), doc->screen());
+        QCOMPARE(QApplication::activeWindow(), doc);
+
+        // What the user types or clicks reaches none of our windows meanwhile.
+        typeText("abc");
+        QCOMPARE(doc->searchField->text(), QString());
+        moveMouse(doc->addButton->mapToGlobal(doc->addButton->rect().center()));
+        QProcess::execute("xdotool", {"click", "1"});
+        QTest::qWait(300);
+        QVERIFY(!doc->callout);
+
+        // Escape, with the focus left where it was, stops it.
+        pressKeys({"Escape"});
+        QTRY_COMPARE(cancelled.size(), 1);
+        QVERIFY(!login()->runner()->isRunning());
+        QVERIFY(!warning->isVisible());
+        QCOMPARE(QApplication::activeWindow(), doc);
+
+        // Afterwards the windows are the user's again, and so is Escape.
+        typeText("abc");
+        QTRY_COMPARE(doc->searchField->text(), QString("abc"));
+
+        // The warning's Cancel button does the same, clicked with the mouse.
+        doc->goToURL(rowOf(doc, "Slow"));
+        QTRY_VERIFY(warning->isVisible());
+        QTest::qWait(300); // placed by the window manager
+        moveMouse(login()->floatingWarningCancel->mapToGlobal(login()->floatingWarningCancel->rect().center()));
+        QProcess::execute("xdotool", {"click", "1"});
+        QTRY_COMPARE(cancelled.size(), 2);
+        QVERIFY(!warning->isVisible());
+    }
+
+    void closingLockingAndQuittingStopALogin()
+    {
+        MyDocument *doc = openSites("Stop.qvm");
+        QVERIFY(doc);
+        QSignalSpy cancelled(login()->runner(), &LoginRunner::cancelled);
+        doc->goToURL(rowOf(doc, "Slow"));
+        QVERIFY(login()->runner()->isRunning());
+        doc->setPromptForPassword();
+        QCOMPARE(cancelled.size(), 1);
+        QVERIFY(!login()->floatingWarningPanel->isVisible());
+
+        MyDocument *other = openSites("Quit.qvm");
+        QVERIFY(other);
+        other->goToURL(rowOf(other, "Slow"));
+        QVERIFY(login()->runner()->isRunning());
+        m_controller->applicationWillTerminate();
+        QCOMPARE(cancelled.size(), 2);
+        QVERIFY(!login()->runner()->isRunning());
+    }
+
+    void closingTheDocumentStopsItsLogin()
+    {
+        MyDocument *doc = openSites("Close.qvm");
+        QVERIFY(doc);
+        QSignalSpy cancelled(login()->runner(), &LoginRunner::cancelled);
+        doc->goToURL(rowOf(doc, "Slow"));
+        QVERIFY(login()->runner()->isRunning());
+        doc->close();
+        QCOMPARE(cancelled.size(), 1);
+        QVERIFY(!login()->floatingWarningPanel->isVisible());
+    }
+
+    void aBrowserThatCannotStartIsNamed()
+    {
+        MyDocument *doc = openSites("Broken.qvm");
+        QVERIFY(doc);
+        QSignalSpy failed(login()->runner(), &LoginRunner::failed);
+        doc->goToURL(rowOf(doc, "Broken"));
+        QTRY_COMPARE(failed.size(), 1);
+        QVERIFY(!login()->runner()->isRunning());
+        QTRY_VERIFY(login()->failureMessage && login()->failureMessage->isVisible());
+        auto *box = qobject_cast<QMessageBox *>(login()->failureMessage.data());
+        QVERIFY(box);
+        QVERIFY2(box->text().contains("Broken Browser"), qPrintable(box->text()));
+        QVERIFY(!login()->floatingWarningPanel->isVisible());
+        box->accept();
+    }
+
+    void theFloatingPasswordShowsAndGoes()
+    {
+        MyDocument *doc = openSites("Shown.qvm");
+        QVERIFY(doc);
+        selectByName(doc, "Shown");
+        QWidget *panel = login()->floatingPasswordPanel;
+        gWPM->pastePasswordFromHotkey(true);
+        QTRY_VERIFY(panel->isVisible());
+        QCOMPARE(login()->floatingPassword->text(), QString("pw-Shown"));
+        QVERIFY(panel->windowFlags() & Qt::WindowDoesNotAcceptFocus);
+        QCOMPARE(panel->screen(), doc->screen());
+        QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), LoginRunner::kFloatingPasswordMs + 2000);
+
+        // Editing the password in the editor puts it away at once.
+        gWPM->pastePasswordFromHotkey(true);
+        QTRY_VERIFY(panel->isVisible());
+        {
+            ModalResponder r;
+            r.then([&](QWidget *) {
+                EntryEditor *e = doc->pwDataCalloutView;
+                QVERIFY(QTest::qWaitForWindowActive(e->window()));
+                e->securePassword->setFocus();
+                QTRY_VERIFY(e->securePassword->hasFocus());
+                typeText("x");
+                QTRY_VERIFY(!panel->isVisible());
+                e->cancelButton->click();
+            });
+            doc->editEntry();
+            QTRY_VERIFY(r.done());
+            QTRY_VERIFY(!doc->callout);
+        }
+        QVERIFY(!panel->isVisible());
+    }
+
+    void theBrowserPopupAndTheBuiltInBrowser()
+    {
+        MyDocument *doc = openSites("Popup.qvm");
+        QVERIFY(doc);
+        QStringList expected{"Default Browser", "Ledgerton"};
+        for (const BrowserInfo &b : login()->browsers())
+            expected.append(b.title);
+        QVERIFY(expected.contains("Slow Browser"));
+        QStringList shown;
+        {
+            ModalResponder r;
+            r.then([&](QWidget *) {
+                QComboBox *popup = doc->pwDataCalloutView->browserPopup;
+                for (int i = 0; i < popup->count(); ++i)
+                    shown.append(popup->itemText(i));
+                doc->pwDataCalloutView->cancelButton->click();
+            });
+            selectByName(doc, "Slow");
+            doc->editEntry();
+            QTRY_VERIFY(r.done());
+            QTRY_VERIFY(!doc->callout);
+        }
+        QCOMPARE(shown, expected);
+
+        // The built-in browser is a hook that does nothing: no browser is started, no key typed.
+        QSignalSpy builtIn(login()->runner(), &LoginRunner::openBuiltInBrowser);
+        QSignalSpy failed(login()->runner(), &LoginRunner::failed);
+        doc->goToURL(rowOf(doc, "Built-in"));
+        QCOMPARE(builtIn.size(), 1);
+        QCOMPARE(builtIn[0][0].toString(), QString("http://127.0.0.1:9/"));
+        QVERIFY(!login()->runner()->isRunning());
+        QVERIFY(failed.isEmpty());
+        QVERIFY(login()->builtInBrowser());
+    }
+
     void theCurrentEntryFollowsItsRecord()
     {
         const QString path = pkg("Current.qvm");

@@ -38,21 +38,32 @@ namespace {
 
 // Go To URL opens the address in a stand-in for the browser that notes it down in
 // $HOME/opened (the test session has no browser, and a real one would outlive the test).
-// Answers the script, for $BROWSER; the desktop's own settings for it go into `home`.
-QString standInBrowser(const QString &home)
+// Answers the script, for $BROWSER. The desktop's settings for it are the system's: GIO reads
+// its directories once, at its first use, while each test has a home of its own.
+QString standInBrowser(const QString &)
 {
-    // One script for the whole run: the application looks for its browser once.
-    static const QTemporaryDir dir;
-    const QString script = dir.path() + "/browser.sh";
-    writeBytes(script, "#!/bin/sh\necho \"$1\" >> \"$HOME/opened\"\n");
-    QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QDir().mkpath(home + "/.local/share/applications");
-    writeBytes(home + "/.local/share/applications/stand-in-browser.desktop",
-               "[Desktop Entry]\nType=Application\nName=Stand-in\nExec=" + script.toUtf8() + " %u\n");
-    writeBytes(home + "/.config/mimeapps.list", "[Default Applications]\nx-scheme-handler/http=stand-in-browser.desktop\n"
-                                                "x-scheme-handler/https=stand-in-browser.desktop\n");
+    static const QString script = [] {
+        static const QTemporaryDir dir;
+        const QString path = dir.path() + "/browser.sh";
+        writeBytes(path, "#!/bin/sh\necho \"$1\" >> \"$HOME/opened\"\n");
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QDir().mkpath(dir.path() + "/applications");
+        writeBytes(dir.path() + "/applications/stand-in-browser.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Stand-in\nExec=" + path.toUtf8() + " %u\n");
+        writeBytes(dir.path() + "/mimeapps.list", "[Default Applications]\nx-scheme-handler/http=stand-in-browser.desktop\n"
+                                                  "x-scheme-handler/https=stand-in-browser.desktop\n");
+        const auto prepend = [&](const char *var, const char *fallback) {
+            const QByteArray old = qgetenv(var);
+            qputenv(var, QFile::encodeName(dir.path()) + ":" + (old.isEmpty() ? QByteArray(fallback) : old));
+        };
+        prepend("XDG_DATA_DIRS", "/usr/local/share:/usr/share");
+        prepend("XDG_CONFIG_DIRS", "/etc/xdg");
+        return path;
+    }();
     return script;
 }
+// Before anything in the process asks GIO.
+const QString gStandInBrowser = standInBrowser(QString());
 
 // A file's identity and date: a rewrite (a new file renamed over it) changes them.
 QByteArray fileStamp(const QString &path)

@@ -5,6 +5,7 @@
 #include "core/storage/PasswordFile.h"
 #include "platform/x11/HotKeys.h"
 #include "platform/x11/X11Session.h"
+#include "ui/ApplicationLogin.h"
 #include "ui/FilePanels.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
@@ -125,6 +126,7 @@ void Controller::awakeFromNib()
     }
     gPrefs->watchForOutsideChanges();
     PasswordFile::removeLeftoverScratchDirectories();
+    m_login = std::make_unique<ApplicationLogin>();
     connect(qApp, &QCoreApplication::aboutToQuit, this, &Controller::applicationWillTerminate);
 }
 
@@ -400,6 +402,9 @@ void Controller::applicationWillTerminate()
     if (m_terminating || !gPrefs)
         return;
     m_terminating = true;
+    // Nothing more is typed once the user has asked to quit.
+    if (m_login)
+        m_login->cancel();
     const QList<MyDocument *> open = openDocuments();
     for (MyDocument *d : documents())
         d->close();

@@ -14,6 +14,7 @@ class QLineEdit;
 
 namespace tess {
 
+class ApplicationLogin;
 class HotKeys;
 class Keychain;
 class MyDocument;
@@ -66,6 +67,8 @@ public:
 
     QList<MyDocument *> documents() const;
     MyDocument *documentForPath(const QString &path) const;
+    // The application's logins (one at a time), from awakeFromNib on.
+    ApplicationLogin *login() const { return m_login.get(); }
 
     // Set by tests and the screenshot tool: how the new-file panel is answered.
     QPointer<QFileDialog> newFilePanel;
@@ -83,6 +86,7 @@ private:
     void rememberOpenFiles(const QList<MyDocument *> &docs);
     bool moveAsideForReplacing(const QString &path);
     Keychain *m_keychain;
+    std::unique_ptr<ApplicationLogin> m_login;
     QList<QPointer<MyDocument>> m_documents;
     bool m_terminating = false;
     bool m_remembered = false; // "Last PW Files" was taken when the last window closed

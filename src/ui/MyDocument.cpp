@@ -4,6 +4,7 @@
 #include "core/archive/KeyedArchive.h"
 #include "core/entries/EntryList.h"
 #include "core/entries/Search.h"
+#include "ui/ApplicationLogin.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/Controller.h"
 #include "ui/ExportPanel.h"
@@ -19,7 +20,6 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDesktopServices>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -96,6 +96,8 @@ MyDocument::MyDocument(const QString &packagePath, Keychain *keychain, QWidget *
 
 MyDocument::~MyDocument()
 {
+    if (gController)
+        gController->login()->cancelFor(this);
     // The current entry can be this window's while no window is main (after a re-lock).
     gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
@@ -216,6 +218,10 @@ void MyDocument::buildEditor()
     connect(pwDataCalloutView, &EntryEditor::edited, this, &MyDocument::setEnabledForCalloutSaveChanges);
     connect(pwDataCalloutView->generateButton, &QPushButton::clicked, this,
             [this] { GeneratorCallout::generatePassword(pwDataCalloutView); });
+    connect(pwDataCalloutView, &EntryEditor::passwordEdited, this, [] {
+        if (gController)
+            gController->login()->hideFloatingPassword();
+    });
     connect(pwDataCalloutView, &EntryEditor::saveChosen, this, [this] {
         if (callout)
             callout->done(1);
@@ -591,21 +597,17 @@ void MyDocument::goToURL(int row)
     row = readFileIfChangedKeeping(row);
     if (row < 0)
         return;
-    const Entry e = m_file.passwordArray().value(row).toMap();
-    QString url = e.value(EntryKey::URL).toString().trimmed();
-    if (url.isEmpty())
-        return;
-    m_wpm->addRecentWebsiteMenuItemWithTitle(e.value(EntryKey::Path).toString());
-    if (!url.contains(QStringLiteral("://")))
-        url.prepend(QStringLiteral("http://"));
-    QDesktopServices::openUrl(QUrl::fromUserInput(url));
+    gWebsiteItem.setListEntry(this, entryName(m_file.passwordArray().value(row)));
+    m_wpm->goTo();
 }
 
 void MyDocument::goToRecent(const QString &title)
 {
     const qsizetype row = entryWithName(m_file.passwordArray(), title);
-    if (row >= 0)
-        goToURL(int(row));
+    if (row < 0)
+        return; // a stale title stays in the menu
+    gWebsiteItem.setListEntry(this, title);
+    m_wpm->goTo();
 }
 
 void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
@@ -619,6 +621,12 @@ void MyDocument::runPWDataCalloutForEntry(int row, bool creating)
         entryNames.removeLast();
     else
         entryNames.removeAll(entry.value(EntryKey::Path).toString());
+    if (gController) {
+        QList<EntryEditor::Browser> browsers;
+        for (const BrowserInfo &b : gController->login()->browsers())
+            browsers.append({b.title, b.desktopID});
+        pwDataCalloutView->setBrowsers(browsers);
+    }
     pwDataCalloutView->load(entry, entryNames);
     gWebsiteDocument = this;
     gWPM = m_wpm;
@@ -790,7 +798,9 @@ void MyDocument::setPromptForPassword()
     // Nobody passing by reads the entry names of a locked document.
     passwordTable->hide();
     lockedMessage->show();
-    // A locked document's entry is typed by no hot key.
+    // A locked document's entry is typed by no hot key, and no login of it goes on.
+    if (gController)
+        gController->login()->cancelFor(this);
     gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {
         gWebsiteDocument = nullptr;
@@ -832,6 +842,8 @@ void MyDocument::closeEvent(QCloseEvent *event)
     }
     updateTimer.stop();
     passwordTimer.stop();
+    if (gController)
+        gController->login()->cancelFor(this);
     m_file.close();
     gWebsiteItem.forget(this);
     if (gWebsiteDocument == this) {

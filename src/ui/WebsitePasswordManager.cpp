@@ -1,6 +1,10 @@
 #include "WebsitePasswordManager.h"
 
+#include "core/login/LoginScript.h"
 #include "core/storage/PasswordFile.h"
+#include "ui/ApplicationLogin.h"
+#include "ui/Controller.h"
+#include "ui/Globals.h"
 #include "ui/MyDocument.h"
 
 #include <QMenu>
@@ -81,14 +85,29 @@ void WebsitePasswordManager::clearRecentWebsiteMenu()
     rebuild();
 }
 
+void WebsitePasswordManager::goTo()
+{
+    if (!gWebsiteItem || !gController)
+        return;
+    // The entry as it is now, taken whole: nothing done to the list afterwards changes what
+    // this login types.
+    const Entry entry = *gWebsiteItem.get();
+    if (urlToOpen(entry).isEmpty())
+        return;
+    addRecentWebsiteMenuItemWithTitle(entryString(entry, EntryKey::Path));
+    gController->login()->goTo(m_document, entry);
+}
+
 void WebsitePasswordManager::handleUserIDFromHotkey(bool fromHotkey)
 {
-    Q_UNUSED(fromHotkey);
+    if (gWebsiteItem && gController)
+        gController->login()->handleUserIDFromHotkey(gWebsiteItem.document(), *gWebsiteItem.get(), fromHotkey);
 }
 
 void WebsitePasswordManager::pastePasswordFromHotkey(bool fromHotkey)
 {
-    Q_UNUSED(fromHotkey);
+    if (gWebsiteItem && gController)
+        gController->login()->pastePasswordFromHotkey(gWebsiteItem.document(), *gWebsiteItem.get(), fromHotkey);
 }
 
 } // namespace tess

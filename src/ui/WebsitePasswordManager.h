@@ -1,6 +1,6 @@
 #pragma once
-// Per document: the recent-websites submenu over the document's list of titles. (Logging in,
-// the login options and the generator join it as they are built.)
+// Per document: logging in to the current entry (gWebsiteItem) through the application's
+// login runner, and the recent-websites submenu over the document's list of titles.
 
 #include <QObject>
 #include <QStringList>
@@ -30,7 +30,11 @@ public:
     void renameRecentWebsiteTitle(const QString &from, const QString &to);
     void clearRecentWebsiteMenu();
 
-    // The hot keys: type the current entry's user ID, or its password, into the window in front.
+    // Opens the current entry's website and, as its options say, logs in; the visit goes to
+    // the top of the recent websites. Nothing happens without a current entry or an address.
+    void goTo();
+    // The hot keys' entry points: type the current entry's user ID (and password, as its
+    // options say) or its password into the window that has the focus.
     void handleUserIDFromHotkey(bool fromHotkey);
     void pastePasswordFromHotkey(bool fromHotkey);
 

@@ -195,4 +195,17 @@ QVariantList listOnDisk(const QString &path, const QString &password)
     return file.passwordArray();
 }
 
+bool changeOutside(const QString &path, const std::function<void(EntryList &)> &change)
+{
+    ScriptedDelegate d;
+    d.passwords = {"pw"};
+    PasswordFile other(path, nullptr, &d);
+    if (other.open(PasswordFile::KeychainUse::Never) != PasswordFile::OpenResult::Opened)
+        return false;
+    change(other.passwordArray());
+    const bool saved = other.save();
+    other.close();
+    return saved;
+}
+
 } // namespace tess::testsupport

@@ -2,9 +2,12 @@
 // Password-file helpers for the tests and benchmarks: a scripted delegate and packages built
 // byte by byte as other versions of the program write them.
 
+#include "core/entries/EntryList.h"
 #include "core/storage/PasswordFile.h"
 
 #include <QProcess>
+
+#include <functional>
 #include <QStringList>
 #include <QVariant>
 
@@ -54,6 +57,9 @@ QVariantList listOnDisk(const QString &path, const QString &password = QStringLi
 
 // The scratch directories in the home folder (".QVM.*").
 QStringList scratchDirectories();
+
+// Another program changes the entries of the file (password "pw") and saves it.
+bool changeOutside(const QString &path, const std::function<void(EntryList &)> &change);
 
 // The files below the roots (hidden ones too) whose bytes contain `marker`.
 QStringList filesHolding(const QByteArray &marker, const QStringList &roots);
