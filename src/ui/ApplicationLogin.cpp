@@ -35,7 +35,7 @@ class NoKeySink : public KeySink {
 public:
     void keyEvent(int, quint64, bool, const QString &) override {}
     void setClipboard(const QString &) override {}
-    qint64 prepare(const QString &) override { return -1; }
+    qint64 prepare(QStringView) override { return -1; }
     QString failureReason() const override
     {
         return QStringLiteral("Tessaline can type logins only in an X11 session.");
