@@ -8,6 +8,9 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMimeData>
+#include <QTimer>
+
+#include <utility>
 
 namespace tess {
 
@@ -114,7 +117,10 @@ public:
     {
         if (role != Qt::EditRole || !index.isValid())
             return false;
-        m_table->setObjectValue(value, index.column(), index.row());
+        if (m_table->m_committingEditor)
+            m_table->m_pendingEdits.append({value, index.column(), index.row()});
+        else
+            m_table->setObjectValue(value, index.column(), index.row());
         return true;
     }
 
@@ -465,6 +471,24 @@ int QWCellTableViewArray::cancel()
     m_array = nullptr;
     m_model->reset();
     return 0;
+}
+
+void QWCellTableViewArray::commitData(QWidget *editor)
+{
+    // Storing an edit reloads the table, which would take every open editor with it, this one
+    // included, before the view closes it. The view closes it right after the commit; the edit
+    // is stored on the next pass, when the editor has gone.
+    m_committingEditor = true;
+    QTableView::commitData(editor);
+    m_committingEditor = false;
+    if (m_pendingEdits.isEmpty())
+        return;
+    QTimer::singleShot(0, this, [this] {
+        const QList<PendingEdit> edits = std::exchange(m_pendingEdits, {});
+        for (const PendingEdit &e : edits)
+            if (m_array)
+                setObjectValue(e.value, e.column, e.row);
+    });
 }
 
 void QWCellTableViewArray::keyPressEvent(QKeyEvent *event)

@@ -89,6 +89,7 @@ Q_SIGNALS:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void commitData(QWidget *editor) override;
 
 private:
     friend class QWCellTableViewArrayModel;
@@ -114,6 +115,14 @@ private:
     QList<QPair<QString, QString>> m_columns;
     QStringList m_pasteboardTypes;
     QHash<int, QString> m_accessibleNames;
+    // An edit typed into a cell, held until the view has closed the editor that typed it.
+    struct PendingEdit {
+        QVariant value;
+        int column = -1;
+        int row = -1;
+    };
+    bool m_committingEditor = false;
+    QList<PendingEdit> m_pendingEdits;
 };
 
 } // namespace tess
