@@ -646,6 +646,36 @@ private Q_SLOTS:
         QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
     }
 
+    // Rows without a website (no globe to click) are rows like any other for the arrow keys.
+    void theArrowKeysSelectEveryRow()
+    {
+        MyDocument *doc = openActive("Arrows"); // Bank has a website, Mail and Shop none
+        QVERIFY(doc);
+        doc->passwordTable->setFocus();
+        QTRY_VERIFY(doc->passwordTable->hasFocus());
+        QVERIFY(doc->passwordTable->selectedRows().isEmpty());
+        auto press = [doc](const QString &key, int row) {
+            if (QTest::currentTestFailed())
+                return;
+            pressKeys({key});
+            QVERIFY2(doc->passwordTable->selectedRows() == QList<int>{row}, qPrintable(key + " did not select row " + QString::number(row)));
+        };
+        press("Down", 0);
+        press("Down", 1);
+        press("Down", 2);
+        press("Up", 1);
+        QVERIFY(gWebsiteItem && entryName(*gWebsiteItem.get()) == u"Mail");
+        // From a row the program selected (as a save or a search does), the keys go on.
+        selectByName(doc, "Shop");
+        press("Up", 1);
+        press("Home", 0);
+        press("End", 2);
+        // A click on the empty globe of a row without a website opens nothing but selects it.
+        const QRect cell = doc->passwordTable->visualRect(doc->passwordTable->model()->index(1, 0));
+        clickMouse(doc->passwordTable->viewport()->mapToGlobal(cell.center()));
+        QTRY_COMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
+    }
+
     void aSearchThatFindsNothingSaysSoAndEscapeGivesItUp()
     {
         MyDocument *doc = openActive("NotFound");

@@ -202,7 +202,7 @@ void MyDocument::buildWindow()
     connect(searchField, &QLineEdit::textChanged, this, searchTextChanged);
     searchTextChanged();
     connect(passwordTable, &QAbstractItemView::clicked, this, [this](const QModelIndex &i) {
-        if (i.column() == 0)
+        if (i.column() == 0 && passwordTable->cellEnabled(0, i.row()))
             goToURL(i.row());
     });
 

@@ -98,16 +98,12 @@ public:
 
     Qt::ItemFlags flags(const QModelIndex &index) const override
     {
+        // A cell the display hook disables (a button with nothing to do) stays an enabled
+        // item: the view's arrow keys and clicks skip disabled items, and its row must still
+        // be reached like any other. Its action asks cellEnabled().
         Qt::ItemFlags f = QAbstractTableModel::flags(index) | Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled;
         if (!index.isValid())
             return Qt::ItemIsDropEnabled;
-        const auto &d = m_table->m_delegate;
-        if (d.willDisplayCell) {
-            QWCellTableViewArray::CellDisplay cell;
-            d.willDisplayCell(m_table, cell, index.column(), index.row());
-            if (!cell.enabled)
-                f &= ~Qt::ItemIsEnabled;
-        }
         if (m_table->m_columns.value(index.column()).first != u"NOCHANGE")
             f |= Qt::ItemIsEditable;
         return f;
@@ -271,6 +267,16 @@ void QWCellTableViewArray::selectRowAlone(int row)
     selectionModel()->select(m_model->index(row, 0),
                              QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     selectionModel()->setCurrentIndex(m_model->index(row, 0), QItemSelectionModel::NoUpdate);
+}
+
+bool QWCellTableViewArray::cellEnabled(int column, int row) const
+{
+    if (!m_array || row < 0 || row >= m_array->size())
+        return false;
+    CellDisplay cell;
+    if (m_delegate.willDisplayCell)
+        m_delegate.willDisplayCell(const_cast<QWCellTableViewArray *>(this), cell, column, row);
+    return cell.enabled;
 }
 
 QString QWCellTableViewArray::errorMessage() const
@@ -497,6 +503,22 @@ void QWCellTableViewArray::keyPressEvent(QKeyEvent *event)
         const QList<int> rows = selectedRows();
         if (rows.size() == 1) {
             editWithDelegate(rows.first());
+            return;
+        }
+    }
+    // Rows are what is selected here. With nothing selected, Down starts at the first row and
+    // Up at the last, rather than one past wherever the view's current cell was left; Home and
+    // End go to the first and last row, as in a list, not to the ends of the current row.
+    if (event->modifiers() == Qt::NoModifier && state() != EditingState && m_array && !m_array->isEmpty()) {
+        const int last = int(m_array->size() - 1);
+        int row = -1;
+        if (event->key() == Qt::Key_Home || (event->key() == Qt::Key_Down && selectedRows().isEmpty()))
+            row = 0;
+        else if (event->key() == Qt::Key_End || (event->key() == Qt::Key_Up && selectedRows().isEmpty()))
+            row = last;
+        if (row >= 0) {
+            selectRowAlone(row);
+            scrollTo(m_model->index(row, 0));
             return;
         }
     }

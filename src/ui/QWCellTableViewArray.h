@@ -77,6 +77,8 @@ public:
     QVariantList *array() const { return m_array; }
     QList<int> selectedRows() const;
     void selectRowAlone(int row);
+    // Whether the display hook leaves the cell enabled (a button cell that may act).
+    bool cellEnabled(int column, int row) const;
     QString errorMessage() const;
     void hideErrorMessage();
     void showErrorMessage(const QString &message);
