@@ -676,6 +676,43 @@ private Q_SLOTS:
         QTRY_COMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
     }
 
+    // After the editor closes, whichever way, the arrow keys go on in the list.
+    void theKeyboardIsBackInTheListWhenTheEditorCloses()
+    {
+        MyDocument *doc = openActive("Keyboard");
+        QVERIFY(doc);
+        doc->passwordTable->setFocus();
+        QTRY_VERIFY(doc->passwordTable->hasFocus());
+        const QList<QPair<QStringList, QString>> ways{{{"ctrl+shift+n"}, "Added"},   // Add, saved with Return
+                                                       {{"Home", "Return"}, "Renamed"}, // Return on a row, saved
+                                                       {{"ctrl+e"}, ""}};             // View/Edit, Escape
+        for (const auto &[open, name] : ways) {
+            ModalResponder r; // the editor runs modally: it is answered from inside its loop
+            r.then([doc, name = name](QWidget *) {
+                QTRY_VERIFY(doc->pwDataCalloutView->nameText->hasFocus());
+                if (!name.isEmpty())
+                    typeText(name);
+                pressKeys({name.isEmpty() ? "Escape" : "Return"});
+            });
+            pressKeys(open);
+            QTRY_VERIFY(r.done());
+            QTRY_VERIFY(!doc->callout);
+            QTest::qWait(50); // the deferred save
+            QTRY_VERIFY2(doc->passwordTable->hasFocus(), qPrintable(open.join(' ') + " left the focus on " +
+                                                                   (QApplication::focusWidget() ? QApplication::focusWidget()->metaObject()->className() : QString("nothing"))));
+        }
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Mail", "Renamed", "Shop"})); // Home went to Added
+        pressKeys({"Down"});
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
+        // Duplicating leaves nothing selected; the keyboard stays in the list all the same.
+        pressKeys({"ctrl+d"});
+        QTRY_COMPARE(doc->file().passwordArray().size(), 5);
+        QTest::qWait(50);
+        QVERIFY2(doc->passwordTable->hasFocus(), QApplication::focusWidget() ? QApplication::focusWidget()->metaObject()->className() : "nothing");
+        pressKeys({"Down"});
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{0});
+    }
+
     void aSearchThatFindsNothingSaysSoAndEscapeGivesItUp()
     {
         MyDocument *doc = openActive("NotFound");
