@@ -173,6 +173,23 @@ private Q_SLOTS:
         QTest::qWait(50);
         QCOMPARE(f.array, strings({"a", "b"}));
         QCOMPARE(f.changes, 1);
+
+        // Add while a cell is being typed in: the typing is kept, and the new row's editor
+        // stays open for its name.
+        f.table.selectRowAlone(1);
+        QTest::keyClick(&f.table, Qt::Key_F2);
+        QTRY_VERIFY(QApplication::focusWidget() != &f.table);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(QApplication::focusWidget(), "c");
+        f.table.addEntryToTable();
+        QTest::qWait(50);
+        QCOMPARE(f.array, strings({"a", "c", ""}));
+        QCOMPARE(f.table.selectedRows(), QList<int>{2});
+        QWidget *newRowEditor = QApplication::focusWidget();
+        QVERIFY(newRowEditor && newRowEditor != &f.table);
+        QTest::keyClicks(newRowEditor, "d");
+        QTest::keyClick(newRowEditor, Qt::Key_Return);
+        QTRY_COMPARE(f.array, strings({"a", "c", "d"}));
     }
 
     void deletionSelectsTheRowThatFollowed()

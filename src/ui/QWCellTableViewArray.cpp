@@ -311,8 +311,7 @@ void QWCellTableViewArray::handleSelectionChange()
 void QWCellTableViewArray::addEntryToTable()
 {
     hideErrorMessage();
-    if (state() == QAbstractItemView::EditingState)
-        setFocus(); // ends editing
+    endEditing();
     if (m_delegate.addEntry && m_delegate.addEntry(this)) {
         reloadData();
         return;
@@ -425,6 +424,7 @@ void QWCellTableViewArray::setObjectValue(const QVariant &value, int column, int
 void QWCellTableViewArray::deleteSelectedEntriesFromTable()
 {
     hideErrorMessage();
+    endEditing();
     const QList<int> rows = selectedRows();
     int lowest = -1;
     for (qsizetype i = rows.size() - 1; i >= 0; --i) {
@@ -462,8 +462,7 @@ void QWCellTableViewArray::editWithDelegate(int row)
 
 int QWCellTableViewArray::ok()
 {
-    if (state() == QAbstractItemView::EditingState)
-        setFocus();
+    endEditing();
     if (!m_delegate.addEntry)
         removeBlankEntries();
     m_array = nullptr;
@@ -489,12 +488,22 @@ void QWCellTableViewArray::commitData(QWidget *editor)
     m_committingEditor = false;
     if (m_pendingEdits.isEmpty())
         return;
-    QTimer::singleShot(0, this, [this] {
-        const QList<PendingEdit> edits = std::exchange(m_pendingEdits, {});
-        for (const PendingEdit &e : edits)
-            if (m_array)
-                setObjectValue(e.value, e.column, e.row);
-    });
+    QTimer::singleShot(0, this, &QWCellTableViewArray::storePendingEdits);
+}
+
+void QWCellTableViewArray::endEditing()
+{
+    if (state() == QAbstractItemView::EditingState)
+        setFocus(); // commits and closes the editor
+    storePendingEdits();
+}
+
+void QWCellTableViewArray::storePendingEdits()
+{
+    const QList<PendingEdit> edits = std::exchange(m_pendingEdits, {});
+    for (const PendingEdit &e : edits)
+        if (m_array)
+            setObjectValue(e.value, e.column, e.row);
 }
 
 void QWCellTableViewArray::keyPressEvent(QKeyEvent *event)

@@ -98,6 +98,9 @@ private:
     QVariant orderingValue(const QVariant &element) const;
     QString keyForColumn(int column) const;
     void handleSelectionChange();
+    // Ends an in-cell edit and stores what was typed, before the array is touched otherwise.
+    void endEditing();
+    void storePendingEdits();
     // removeBlankEntries, sparing one row; answers where that row is afterwards.
     int removeBlankEntriesExcept(int keep);
 
