@@ -20,14 +20,16 @@ cleanup() {
 }
 trap cleanup EXIT
 
-display=""
-for d in $(seq 91 160); do
-  if [ ! -e "/tmp/.X$d-lock" ] && [ ! -e "/tmp/.X11-unix/X$d" ]; then display=":$d"; break; fi
-done
-[ -n "$display" ] || { echo "test-env: no free X display" >&2; exit 1; }
-Xvfb "$display" -screen 0 1280x1024x24 -nolisten tcp -noreset >"$work/xvfb.log" 2>&1 &
+# Xvfb picks a free display itself and says which: sessions started at the same moment by
+# other test runs would otherwise race for one display and see each other's windows.
+exec {displayfd}<> <(:)
+Xvfb -displayfd "$displayfd" -screen 0 1280x1024x24 -nolisten tcp -noreset >"$work/xvfb.log" 2>&1 &
 pids+=($!)
-export DISPLAY="$display"
+display=""
+read -r -t 10 -u "$displayfd" display || true
+exec {displayfd}<&-
+[ -n "$display" ] || { echo "test-env: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
+export DISPLAY=":$display"
 for _ in $(seq 1 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
 xdpyinfo >/dev/null 2>&1 || { echo "test-env: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
 setxkbmap us || true
