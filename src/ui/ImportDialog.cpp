@@ -132,8 +132,8 @@ ImportDialog::ImportDialog(QWidget *parent)
         separators->addWidget(b);
     }
     separators->addSpacing(24);
-    skipFirstLineSwitch = new QCheckBox(QStringLiteral("Skip the first line"));
-    standardQuotesSwitch = new QCheckBox(QStringLiteral("Standard quotes"));
+    skipFirstLineSwitch = new QCheckBox(QStringLiteral("S&kip the first line"));
+    standardQuotesSwitch = new QCheckBox(QStringLiteral("Standard &quotes"));
     standardQuotesSwitch->setToolTip(QStringLiteral("A doubled quote inside a quoted field is one quote, as in files "
                                                     "that browsers and other password managers export."));
     separators->addWidget(skipFirstLineSwitch);
