@@ -370,8 +370,9 @@ private Q_SLOTS:
             EntryEditor *e = doc->pwDataCalloutView;
             before(e);
             // Pressed once this answer is over: the generator's callout runs its own loop.
+            QVERIFY2(e->generateButton->isVisible() && e->generateButton->isEnabled(), "Generate… cannot be pressed");
             if (open == GeneratorOpen::ByClick) {
-                QTimer::singleShot(0, e->generateButton, [e] { QTest::mouseClick(e->generateButton, Qt::LeftButton); });
+                QTimer::singleShot(0, e->generateButton, [e] { e->generateButton->click(); });
                 return;
             }
             QTimer::singleShot(0, callout, [callout] {
@@ -648,6 +649,38 @@ private Q_SLOTS:
         QCOMPARE(site.value(EntryKey::Password).toString(), QStringLiteral("pass"));
         QVERIFY(!site.contains(EntryKey::URL) || site.value(EntryKey::URL).toString().isEmpty());
         QVERIFY(!site.value(EntryKey::Notes).toString().contains(QStringLiteral("x")));
+    }
+
+    void columnsByTheKeyboard()
+    {
+        // Ticks with Space; a title carried with Ctrl held and the arrow keys, ticked where it
+        // is let go only (not on the way); the separator by its mnemonic.
+        MyDocument *doc = openSample(EntryList{});
+        QVERIFY(doc);
+        const QString file = writeFile(QStringLiteral("keys.csv"), "site,https://site.example,me,x,y,pass\n");
+        runImport(doc, file, [](ImportDialog *d) {
+            QVERIFY(activate(d));
+            pressKeys({QStringLiteral("alt+c")});
+            QCOMPARE(d->importPasswordDataRadioButtons->checkedId(), int(SeparatorComma));
+            // From the separators to the tick boxes by Tab, past the two check boxes.
+            pressKeys({QStringLiteral("Tab"), QStringLiteral("Tab"), QStringLiteral("Tab")});
+            QCOMPARE(QApplication::focusWidget(), d->importPasswordDataHeaderTable);
+            pressKeys({QStringLiteral("space"), QStringLiteral("Right"), QStringLiteral("space")});
+            QCOMPARE(d->columns().ticked, QList<bool>({true, true, true, false, false, false, false, false, false}));
+            pressKeys({QStringLiteral("Right")}); // Password
+            pressKeysHolding(QStringLiteral("ctrl"), {QStringLiteral("Right"), QStringLiteral("Right")});
+            QCOMPARE(d->titleAt(5), QStringLiteral("Password"));
+            QCOMPARE(d->columns().ticked, QList<bool>({true, true, true, false, false, true, false, false, false}));
+            // Carried away and back: no tick.
+            pressKeysHolding(QStringLiteral("ctrl"), {QStringLiteral("Left"), QStringLiteral("Right")});
+            QCOMPARE(d->titleAt(5), QStringLiteral("Password"));
+            QCOMPARE(d->columns().ticked, QList<bool>({true, true, true, false, false, true, false, false, false}));
+            pressKeys({QStringLiteral("Return")}); // Import, the default button
+        });
+        const Entry site = entryNamed(doc->file().passwordArray(), QStringLiteral("site"));
+        QCOMPARE(site.value(EntryKey::URL).toString(), QStringLiteral("https://site.example"));
+        QCOMPARE(site.value(EntryKey::UserID).toString(), QStringLiteral("me"));
+        QCOMPARE(site.value(EntryKey::Password).toString(), QStringLiteral("pass"));
     }
 
     void browserFilesNeedTheTwoOptions()

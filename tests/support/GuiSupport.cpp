@@ -188,6 +188,13 @@ void pressKeys(const QStringList &keys)
     xdotool(QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("40")} + keys);
 }
 
+void pressKeysHolding(const QString &held, const QStringList &keys)
+{
+    xdotool({QStringLiteral("keydown"), held});
+    pressKeys(keys);
+    xdotool({QStringLiteral("keyup"), held});
+}
+
 void typeText(const QString &text)
 {
     xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("40"), text});

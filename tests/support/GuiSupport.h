@@ -84,6 +84,8 @@ void selectByName(MyDocument *doc, const QString &name);
 // the focus, as a user's would be; each returns once the events have been handled here.
 // Keys are xdotool's names: "ctrl+f", "Tab", "shift+Tab", "Return".
 void pressKeys(const QStringList &keys);
+// The keys pressed while `held` (a modifier: "ctrl") is held down, then `held` let go.
+void pressKeysHolding(const QString &held, const QStringList &keys);
 void typeText(const QString &text);
 void moveMouse(const QPoint &global);
 void clickMouse(const QPoint &global);
