@@ -262,6 +262,9 @@ private Q_SLOTS:
                                 "Mail\nNotes: line one\nsays \"hi\"\n\n"
                                 "Shop\nUserID: buyer alt\nPassword: s3cret\n\n\f"));
         QCOMPARE(printer.docName(), QStringLiteral("Family Accounts"));
+        // The passwords are in it: readable by its owner only, even written over a file that was not.
+        QCOMPARE(QFile::permissions(pdf), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser);
+        QVERIFY(QFile::setPermissions(pdf, QFile::permissions(pdf) | QFileDevice::ReadOther));
 
         // The margins are 72 points and the name is set larger than the labels and values.
         const QString boxes = pdfText(pdf, {QStringLiteral("-bbox")});
@@ -284,6 +287,7 @@ private Q_SLOTS:
         // A selection prints only those, in list order; a name alone is followed by a blank line.
         printEntries(&printer, doc->file().passwordArray(), {2, 1}, doc->filePath());
         QCOMPARE(pdfText(pdf), QStringLiteral("Mail\nNotes: line one\nsays \"hi\"\n\nShop\nUserID: buyer alt\nPassword: s3cret\n\n\f"));
+        QVERIFY(!(QFile::permissions(pdf) & QFileDevice::ReadOther));
         const EntryList onlyName{Entry{{EntryKey::Path, "Alone"}}};
         printEntries(&printer, onlyName, {}, doc->filePath());
         QCOMPARE(pdfText(pdf), QStringLiteral("Alone\n\n\f"));
@@ -413,11 +417,16 @@ private Q_SLOTS:
                 e->showBullets();
             },
             [&](GeneratorCallout *view, QWidget *callout) {
-                // Attached to the password field, as it shows.
+                // Attached to the password field, as it shows, also once the window manager
+                // has placed the windows.
                 QLineEdit *field = doc->pwDataCalloutView->securePassword;
-                const int fieldY = field->mapToGlobal(QPoint(0, field->height() / 2)).y();
-                QVERIFY2(qAbs(callout->geometry().top() - fieldY) < 40 || qAbs(callout->geometry().bottom() - fieldY) < 40,
-                         qPrintable(QStringLiteral("%1 %2").arg(callout->geometry().top()).arg(fieldY)));
+                const auto fieldY = [field] { return field->mapToGlobal(QPoint(0, field->height() / 2)).y(); };
+                QTRY_VERIFY2_WITH_TIMEOUT(qAbs(callout->geometry().top() - fieldY()) < 40 || qAbs(callout->geometry().bottom() - fieldY()) < 40,
+                                          qPrintable(QStringLiteral("callout %1 to %2, field at %3")
+                                                         .arg(callout->geometry().top())
+                                                         .arg(callout->geometry().bottom())
+                                                         .arg(fieldY())),
+                                          5000);
                 // The defaults: the preference's length, with special characters.
                 QCOMPARE(view->passwordLengthPopup->currentData().toInt(), 12);
                 QVERIFY(view->includeSpecialsSwitch->isChecked());

@@ -26,6 +26,17 @@ CXAttachedWindow::CXAttachedWindow(QWidget *view, QWidget *window, QPoint leftAn
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12 + kArrowHeight, 12, 12);
     layout->addWidget(view);
+    // Attached: it goes where the window goes, also when the window manager places or moves
+    // the window after the callout was shown.
+    if (window)
+        window->window()->installEventFilter(this);
+}
+
+bool CXAttachedWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (m_window && watched == m_window->window() && isVisible() && (event->type() == QEvent::Move || event->type() == QEvent::Resize))
+        place();
+    return QDialog::eventFilter(watched, event);
 }
 
 void CXAttachedWindow::place()
@@ -66,6 +77,8 @@ void CXAttachedWindow::resizeEvent(QResizeEvent *event)
 void CXAttachedWindow::detach()
 {
     hide();
+    if (m_window)
+        m_window->window()->removeEventFilter(this);
     m_window = nullptr;
 }
 
