@@ -44,7 +44,9 @@ void CXAttachedWindow::place()
     if (!m_window)
         return;
     adjustSize();
-    const QPoint anchor = m_window->mapToGlobal(m_leftAnchor);
+    // In the coordinates move() takes, those of the window's geometry: asked of the X server
+    // instead (mapToGlobal), a callout freshly shown can be seen at the screen's corner.
+    const QPoint anchor = m_window->isWindow() ? m_window->geometry().topLeft() + m_leftAnchor : m_window->mapToGlobal(m_leftAnchor);
     const QScreen *onScreen = QGuiApplication::screenAt(anchor);
     if (!onScreen)
         onScreen = m_window->screen() ? m_window->screen() : QGuiApplication::primaryScreen();
