@@ -420,7 +420,9 @@ private Q_SLOTS:
                 // Attached to the password field, as it shows, also once the window manager
                 // has placed the windows.
                 QLineEdit *field = doc->pwDataCalloutView->securePassword;
-                const auto fieldY = [field] { return field->mapToGlobal(QPoint(0, field->height() / 2)).y(); };
+                // Measured as the windows are placed, from the window's geometry: mapToGlobal
+                // asks the platform window, whose idea of a fresh callout's place can lag.
+                const auto fieldY = [field] { return field->window()->geometry().top() + field->mapTo(field->window(), QPoint(0, field->height() / 2)).y(); };
                 QTRY_VERIFY2_WITH_TIMEOUT(qAbs(callout->geometry().top() - fieldY()) < 40 || qAbs(callout->geometry().bottom() - fieldY()) < 40,
                                           qPrintable(QStringLiteral("callout %1 to %2, field at %3")
                                                          .arg(callout->geometry().top())
