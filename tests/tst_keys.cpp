@@ -28,9 +28,16 @@ private Q_SLOTS:
         QTest::addRow("Space") << 49 << "Space";
         QTest::addRow("F1") << 122 << "F1";
         QTest::addRow("F19") << 80 << "F19";
-        QTest::addRow("Return") << 36 << QString(QChar(0x21A9));
-        QTest::addRow("Tab") << 48 << QString(QChar(0x21E5));
-        QTest::addRow("Help") << 114 << "?";
+        // Named keys as Linux desktops and Qt's menus name them.
+        QTest::addRow("Return") << 36 << "Return";
+        QTest::addRow("Tab") << 48 << "Tab";
+        QTest::addRow("Backspace") << 51 << "Backspace";
+        QTest::addRow("Delete") << 117 << "Del";
+        QTest::addRow("Escape") << 53 << "Esc";
+        QTest::addRow("Page Up") << 116 << "PgUp";
+        QTest::addRow("left arrow") << 123 << "Left";
+        QTest::addRow("keypad Enter") << 76 << "Enter";
+        QTest::addRow("Help, Insert here") << 114 << "Ins";
         QTest::addRow("letter, upper-cased") << 0 << "A";
         QTest::addRow("U") << 32 << "U";
         QTest::addRow("digit") << 18 << "1";
@@ -48,14 +55,16 @@ private Q_SLOTS:
 
     void modifierStrings()
     {
-        QCOMPARE(SRStringForCarbonModifierFlags(0x1B00), QString::fromUtf8("⌃⌥⇧⌘"));
+        // Short forms with this platform's names, in the order its users read them.
+        QCOMPARE(SRStringForCarbonModifierFlags(0x1B00), QString("Ctrl+Alt+Super+Shift+"));
         QCOMPARE(SRStringForCarbonModifierFlags(0), QString());
-        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0900, 32), QString::fromUtf8("⌥⌘U"));
-        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x120000, 96), QString::fromUtf8("⇧⌘F5"));
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0900, 32), QString("Ctrl+Alt+U"));
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x120000, 96), QString("Ctrl+Shift+F5"));
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x140000, 51), QString("Ctrl+Super+Backspace"));
         // Readable: Command, Option, Control, Shift, then the key, with this platform's names.
         QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(0x1B00, 32), QString("Ctrl + Alt + Super + Shift + U"));
         QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(2304, 35), QString("Ctrl + Alt + P"));
-        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0100, -1), QString::fromUtf8("⌘")); // an unknown key shows nothing
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0100, -1), QString("Ctrl+")); // an unknown key shows nothing
     }
 
     void maskConversions()
