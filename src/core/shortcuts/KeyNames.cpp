@@ -172,9 +172,9 @@ QString SRStringForKeyCode(int keyCode)
 
 QString SRStringForCocoaModifierFlags(quint64 flags)
 {
-    // In the order this platform's users read them: Ctrl, Alt, Super, Shift.
+    // In the order this platform's menus write them (Qt's): Ctrl, Alt, Shift, Super.
     static const std::pair<quint64, char16_t> symbols[] = {
-        {CocoaMask::Command, 0x2318}, {CocoaMask::Option, 0x2325}, {CocoaMask::Control, 0x2303}, {CocoaMask::Shift, 0x21E7}};
+        {CocoaMask::Command, 0x2318}, {CocoaMask::Option, 0x2325}, {CocoaMask::Shift, 0x21E7}, {CocoaMask::Control, 0x2303}};
     QString s;
     for (const auto &[mask, symbol] : symbols)
         if (flags & mask)
