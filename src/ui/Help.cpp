@@ -80,7 +80,8 @@ QPushButton *helpButton(const QString &anchor, QWidget *parent)
     button->setProperty("helpAnchor", anchor);
     button->setAutoDefault(false);
     button->setFocusPolicy(Qt::NoFocus);
-    button->setToolTip(QStringLiteral("Opens Tessaline Help on this topic"));
+    button->setShortcut(QKeySequence::HelpContents); // F1 in the panel, as a keyboard user expects
+    button->setToolTip(QStringLiteral("Opens Tessaline Help on this topic (%1)").arg(button->shortcut().toString(QKeySequence::NativeText)));
     QObject::connect(button, &QPushButton::clicked, button, [anchor] { showHelp(anchor); });
     return button;
 }

@@ -39,7 +39,7 @@ QUrl helpURL(const QString &bookDirectory, const QString &anchor);
 void showHelp(const QString &anchor = QString());
 
 // A panel's help button: named after its anchor (the identifier it asks the book for), it opens
-// the book there. It takes no focus, so a panel's keyboard order stays as it was.
+// the book there. It takes no focus, so a panel's keyboard order stays as it was; F1 presses it.
 QPushButton *helpButton(const QString &anchor, QWidget *parent = nullptr);
 
 // The Help menu's items: the book, its main topics, and the support report.
