@@ -306,13 +306,15 @@ private Q_SLOTS:
         QVERIFY(!anyKeyDown());
     }
 
-    // More distinct characters without a key than spare keycodes: bound in batches, none lost.
+    // More distinct characters without a key than places for them (two on each spare keycode,
+    // the second with Shift): bound in batches, none lost, lower and capital letters alike.
     void typesMoreUnusualCharactersThanSpareKeys()
     {
         QString text;
-        const int spare = m_sink->spareKeycodeCount();
-        for (int i = 0; i < spare + 10; ++i)
-            text += QChar(0x430 + i) + QStringLiteral("a"); // Cyrillic, with keys between
+        const int places = m_sink->bindingPlaces();
+        QCOMPARE(places, 2 * m_sink->spareKeycodeCount());
+        for (int i = 0; i < places + 10; ++i)
+            text += QChar(0x410 + i) + QStringLiteral("a"); // Cyrillic capitals and small letters, with keys between
         text += text; // and the first batch again
         const auto [a, b] = typeIntoWindow(text, QString::fromUtf8("ü€"));
         QCOMPARE(a, text);

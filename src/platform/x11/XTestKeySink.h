@@ -3,8 +3,8 @@
 //
 // A character with a key on the active layout group is typed with that key and the modifiers
 // its level needs. Any other character (é on a US layout, €, emoji, CJK) is typed on a spare
-// keycode bound to its keysym, in batches when there are more such characters than spare
-// keycodes. Each typing step releases Caps Lock and puts it back as it found it; typing waits
+// keycode bound to its keysym, two to a keycode (the second with Shift), in batches when there
+// are more such characters than places. Each typing step releases Caps Lock and puts it back as it found it; typing waits
 // until the user has let go of every key.
 
 #include "platform/KeySink.h"
@@ -15,6 +15,7 @@
 #include <QSet>
 #include <QTimer>
 
+#include <array>
 #include <vector>
 
 struct xcb_connection_t;
@@ -48,15 +49,19 @@ public:
     void cancel() override;
     QString failureReason() const override;
 
-    // The bindings made for characters without a key (for tests).
-    int spareKeycodesInUse() const { return int(m_bound.size()); }
+    // The spare keycodes bound to characters without a key (for tests).
+    int spareKeycodesInUse() const { return int(m_boundSym.size()); }
     // The keycodes with no symbol that bindings may use.
     int spareKeycodeCount();
+    // How many characters without a key can be bound at once: two on each spare keycode.
+    int bindingPlaces();
     void restoreBindings();
     // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash.
     static QString bindingRecordPath();
 
 private:
+    // A spare keycode's two symbols: without and with Shift (0, NoSymbol, when unbound).
+    using Pair = std::array<quint32, 2>;
     struct KeyPress {
         quint8 keycode = 0;
         quint8 mods = 0; // real modifier mask the level needs
@@ -75,7 +80,8 @@ private:
     // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
     qint64 bind(const QList<quint32> &keysyms);
     bool findSpareKeycodes();
-    bool writeMapping(const QHash<quint8, quint32> &symbols);
+    bool writeMapping(const QHash<quint8, Pair> &symbols);
+    int levelsPerSpareKeycode() const { return m_modifierKeycodes[0].empty() ? 1 : 2; }
     bool capsLocked(bool *ok = nullptr) const;
     void tapCapsLock();
     void restoreLeftByCrash();
@@ -87,8 +93,8 @@ private:
     quint8 m_minKeycode = 8, m_maxKeycode = 255;
     std::vector<quint8> m_modifierKeycodes[8]; // per real modifier
     QList<quint8> m_spare;                     // keycodes with no symbol of their own
-    QHash<quint32, quint8> m_bound;            // keysym -> spare keycode
-    QHash<quint8, quint32> m_boundSym;         // spare keycode -> keysym
+    QHash<quint32, KeyPress> m_bound;          // keysym -> spare keycode and the Shift it needs
+    QHash<quint8, Pair> m_boundSym;            // spare keycode -> its symbols
     QSet<quint8> m_pressed;                    // keys we hold down now
     QList<quint8> m_heldForFlags;
     bool m_inStep = false;
