@@ -20,8 +20,13 @@
 #undef explicit
 #include <xkbcommon/xkbcommon.h>
 
+#include <netdb.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <unistd.h>
 
 namespace tess {
@@ -400,7 +405,7 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
     }
     // Noted before the change: a crash from here on is undone by the next run.
     if (!symbols.isEmpty()) {
-        QSaveFile record(bindingRecordPath());
+        QSaveFile record(bindingRecordPath(m_c));
         if (record.open(QIODevice::WriteOnly)) {
             QByteArray text = QByteArray::number(qint64(::getpid()));
             for (quint8 kc : std::as_const(m_spare))
@@ -424,7 +429,7 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
             m_bound.insert(it.value()[1], KeyPress{it.key(), quint8(1u << kShift)});
     }
     if (symbols.isEmpty())
-        QFile::remove(bindingRecordPath());
+        QFile::remove(bindingRecordPath(m_c));
     return true;
 }
 
@@ -439,19 +444,45 @@ void XTestKeySink::restoreBindings()
     xcb_flush(m_c);
 }
 
-QString XTestKeySink::bindingRecordPath()
+QString XTestKeySink::displayOf(xcb_connection_t *connection)
+{
+    sockaddr_storage peer{};
+    socklen_t length = sizeof peer;
+    if (getpeername(xcb_get_file_descriptor(connection), reinterpret_cast<sockaddr *>(&peer), &length) != 0)
+        return {};
+    if (peer.ss_family == AF_UNIX) {
+        // "/tmp/.X11-unix/X91", or the same name in the abstract namespace (a leading NUL).
+        const auto *un = reinterpret_cast<const sockaddr_un *>(&peer);
+        QByteArray path(un->sun_path, std::max<qsizetype>(0, qsizetype(length) - qsizetype(offsetof(sockaddr_un, sun_path))));
+        if (path.startsWith('\0'))
+            path.remove(0, 1);
+        if (const qsizetype end = path.indexOf('\0'); end >= 0)
+            path.truncate(end);
+        const qsizetype x = path.lastIndexOf("/X");
+        return x < 0 ? QString() : u':' + QString::fromLatin1(path.mid(x + 2));
+    }
+    char host[NI_MAXHOST], service[NI_MAXSERV];
+    if (getnameinfo(reinterpret_cast<sockaddr *>(&peer), length, host, sizeof host, service, sizeof service,
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+        return {};
+    return QStringLiteral("%1:%2").arg(QString::fromLatin1(host)).arg(QByteArray(service).toInt() - 6000);
+}
+
+QString XTestKeySink::bindingRecordPath(xcb_connection_t *connection)
 {
     QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     if (dir.isEmpty())
         dir = QDir::tempPath();
-    QString display = qEnvironmentVariable("DISPLAY");
+    QString display = displayOf(connection);
+    if (display.isEmpty())
+        display = qEnvironmentVariable("DISPLAY");
     display.replace(u'/', u'_');
     return dir + QStringLiteral("/tessaline-keys-%1").arg(display);
 }
 
 void XTestKeySink::restoreLeftByCrash()
 {
-    QFile record(bindingRecordPath());
+    QFile record(bindingRecordPath(m_c));
     if (!record.open(QIODevice::ReadOnly))
         return;
     const QList<QByteArray> fields = record.readAll().simplified().split(' ');
@@ -469,7 +500,7 @@ void XTestKeySink::restoreLeftByCrash()
     writeMapping({});
     m_boundSym.clear();
     m_bound.clear();
-    QFile::remove(bindingRecordPath());
+    QFile::remove(bindingRecordPath(m_c));
     xcb_flush(m_c);
 }
 

@@ -56,8 +56,11 @@ public:
     // How many characters without a key can be bound at once: two on each spare keycode.
     int bindingPlaces();
     void restoreBindings();
-    // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash.
-    static QString bindingRecordPath();
+    // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash:
+    // named after the display the connection is connected to, whatever $DISPLAY says.
+    static QString bindingRecordPath(xcb_connection_t *connection);
+    // That display (":91", "host:0"), read from the connection's socket; empty if unknown.
+    static QString displayOf(xcb_connection_t *connection);
 
 private:
     // A spare keycode's two symbols: without and with Shift (0, NoSymbol, when unbound).
