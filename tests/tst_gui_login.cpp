@@ -9,6 +9,7 @@
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "ui/ApplicationLogin.h"
+#include "ui/DVBrowser.h"
 #include "ui/Controller.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/EntryEditor.h"
@@ -269,6 +270,11 @@ private Q_SLOTS:
         QTRY_VERIFY(panel->isVisible());
         QCOMPARE(login()->floatingPassword->text(), QString("pw-Shown"));
         QVERIFY(panel->windowFlags() & Qt::WindowDoesNotAcceptFocus);
+        // What a login took when it started is not shown: the current entry's password now is.
+        panel->hide();
+        Q_EMIT login()->runner()->showFloatingPassword(QStringLiteral("taken at the start"));
+        QTRY_VERIFY(panel->isVisible());
+        QCOMPARE(login()->floatingPassword->text(), QString("pw-Shown"));
         QCOMPARE(panel->screen(), doc->screen());
         QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), LoginRunner::kFloatingPasswordMs + 2000);
 
@@ -325,7 +331,32 @@ private Q_SLOTS:
         QCOMPARE(builtIn[0][0].toString(), QString("http://127.0.0.1:9/"));
         QVERIFY(!login()->runner()->isRunning());
         QVERIFY(failed.isEmpty());
-        QVERIFY(login()->builtInBrowser());
+        DVBrowser *dv = login()->builtInBrowser();
+        QVERIFY(dv);
+
+        // Its timers look for a key built-in browser window half a second after being set, then
+        // every second without end; there is none here, so nothing is ever typed.
+        QSignalSpy password(dv, &DVBrowser::pastePasswordFromTimer);
+        QSignalSpy nextPage(dv, &DVBrowser::pasteNextPageFromTimer);
+        dv->hook("pastePasswordFromTimer", 0);
+        dv->hook("pasteNextPageFromTimer", 0);
+        QVERIFY(dv->isLookingToPastePassword() && dv->isLookingToPasteNextPage());
+        QTest::qWait(DVBrowser::kFirstLookMs + 2 * DVBrowser::kLookAgainMs + 200);
+        QVERIFY(dv->isLookingToPastePassword() && dv->isLookingToPasteNextPage());
+        QVERIFY(password.isEmpty() && nextPage.isEmpty());
+        QVERIFY(!login()->runner()->isRunning());
+
+        // Once a built-in browser window is key, each does its part once and stops looking.
+        QWidget browserWindow;
+        browserWindow.resize(200, 100);
+        browserWindow.show();
+        QVERIFY(QTest::qWaitForWindowActive(&browserWindow));
+        browserWindow.windowHandle()->setProperty("documentType", DVBrowser::kDocumentType);
+        QVERIFY(DVBrowser::keyWindowIsBuiltInBrowser());
+        QTRY_COMPARE_WITH_TIMEOUT(password.size(), 1, DVBrowser::kLookAgainMs + 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(nextPage.size(), 1, DVBrowser::kLookAgainMs + 1000);
+        QVERIFY(!dv->isLookingToPastePassword() && !dv->isLookingToPasteNextPage());
+        QTRY_VERIFY(!login()->runner()->isRunning()); // the Return went into the key window
     }
 
     void theCurrentEntryFollowsItsRecord()
