@@ -260,6 +260,28 @@ private Q_SLOTS:
         box->accept();
     }
 
+    // A browser that has not come to the front when the page-load delay is over: the keyboard
+    // focus is still on our window, where nothing may arrive while a login types. Nothing is
+    // typed, and the user is told why rather than losing the login silently.
+    void typingIntoOurOwnWindowIsRefused()
+    {
+        MyDocument *doc = openSites("Focus.qvm");
+        QVERIFY(doc);
+        gPrefs->setInteger(1, Pref::BrowserPageLoadDelay);
+        QCOMPARE(QApplication::activeWindow(), doc);
+        QSignalSpy failed(login()->runner(), &LoginRunner::failed);
+        QSignalSpy finished(login()->runner(), &LoginRunner::finished);
+        doc->goToURL(rowOf(doc, "Slow")); // a browser that never shows a window
+        QVERIFY(failed.wait(1000 + KeyScriptPlayer::kReleaseTimeoutMs + 3000));
+        QVERIFY2(failed[0][0].toString().contains("keyboard focus is on a Tessaline window"), qPrintable(failed[0][0].toString()));
+        QVERIFY(finished.isEmpty());
+        auto *box = qobject_cast<QMessageBox *>(login()->failureMessage.data());
+        QVERIFY(box);
+        QVERIFY(box->text().contains("longer page-load delay"));
+        QVERIFY(!login()->floatingWarningPanel->isVisible());
+        box->accept();
+    }
+
     void theFloatingPasswordShowsAndGoes()
     {
         MyDocument *doc = openSites("Shown.qvm");

@@ -112,7 +112,9 @@ ApplicationLogin::ApplicationLogin(QObject *parent) : QObject(parent), m_workspa
         m_layout = std::make_unique<XkbKeyboardLayout>(c);
         if (m_layout->isValid()) {
             qApp->installNativeEventFilter(m_layout.get());
-            m_sink = std::make_unique<XTestKeySink>(c, m_layout.get());
+            auto sink = std::make_unique<XTestKeySink>(c, m_layout.get());
+            sink->setRefuseOwnFocus(true);
+            m_sink = std::move(sink);
             m_escapeCode = escapeKeyCode(m_layout->keymap());
         }
     }

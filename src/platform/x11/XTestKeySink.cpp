@@ -194,9 +194,20 @@ QString XTestKeySink::notReadyReason()
             held = keyName(m_layout->keymap(), m_layout->state(), quint8(k));
     }
     free(r);
-    if (held.isEmpty())
-        return {};
-    return QStringLiteral("%1 is still held down: nothing was typed.").arg(held);
+    if (!held.isEmpty())
+        return QStringLiteral("%1 is still held down: nothing was typed.").arg(held);
+    if (m_refuseOwnFocus) {
+        xcb_get_input_focus_reply_t *focus = xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr);
+        const xcb_window_t window = focus ? focus->focus : xcb_window_t(XCB_INPUT_FOCUS_POINTER_ROOT);
+        free(focus);
+        const xcb_setup_t *setup = xcb_get_setup(m_c);
+        if (window == XCB_NONE)
+            return QStringLiteral("No window has the keyboard focus: nothing was typed.");
+        if (window > XCB_INPUT_FOCUS_POINTER_ROOT && (window & ~setup->resource_id_mask) == setup->resource_id_base)
+            return QStringLiteral("The keyboard focus is on a Tessaline window, not on the browser: nothing was "
+                                  "typed. A longer page-load delay gives the browser time to come to the front.");
+    }
+    return {};
 }
 
 bool XTestKeySink::capsLocked(bool *ok) const

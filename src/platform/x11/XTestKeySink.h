@@ -40,6 +40,13 @@ public:
     static constexpr qint64 kReceiverMicrosPerKey = 2500;
     static constexpr qint64 kReceiverMarginMicros = 150000;
 
+    // Whether typing waits, and then refuses, while a window of the connection's own client
+    // has the keyboard focus (or no window has it). The application's logins are meant for
+    // another program's window: keys typed into its own windows, which take no input while a
+    // login runs, would be lost without a word (a page-load delay too short for the browser
+    // to come to the front).
+    void setRefuseOwnFocus(bool on) { m_refuseOwnFocus = on; }
+
     void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override;
     void setClipboard(const QString &text) override;
     QString notReadyReason() override;
@@ -101,6 +108,7 @@ private:
     QSet<quint8> m_pressed;                    // keys we hold down now
     QList<quint8> m_heldForFlags;
     bool m_inStep = false;
+    bool m_refuseOwnFocus = false;
     bool m_capsAtStart = false;
     char16_t m_highSurrogate = 0;
     QString m_failure;
