@@ -149,6 +149,7 @@ void XTestKeySink::fake(quint8 keycode, bool press)
         m_pressed.insert(keycode);
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
+        m_estimateSinceChangeMicros += kReceiverMicrosPerKey;
     } else {
         m_pressed.remove(keycode);
     }
@@ -368,7 +369,7 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
     // read our last change, seen through the RECORD extension, lost characters to their
     // keycode's previous binding.)
     if (rebinds) {
-        const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
+        const qint64 safe = m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - nowMicros();
         if (safe > 0)
             return safe;
     }
@@ -431,6 +432,7 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
         free(error);
         return false;
     }
+    m_estimateSinceChangeMicros = 0;
     m_boundSym = symbols;
     m_bound.clear();
     for (auto it = symbols.cbegin(); it != symbols.cend(); ++it) {

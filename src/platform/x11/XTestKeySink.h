@@ -38,6 +38,10 @@ public:
     // How long a receiver may take per key, at its slowest, when we estimate how far behind it
     // is (Chromium takes 1 to 1.7 ms), and the margin added to that estimate.
     static constexpr qint64 kReceiverMicrosPerKey = 2500;
+    // At least; a rebinding also waits as long again as the estimate for the keys sent since
+    // the last change, so that a receiver up to twice as slow as estimated (a loaded machine)
+    // has caught up: with a margin of 150 ms alone, Chromium on a machine with a load of 14
+    // read one character of 10,000 with its keycode's previous binding.
     static constexpr qint64 kReceiverMarginMicros = 150000;
 
     // Whether typing waits, and then refuses, while a window of the connection's own client
@@ -115,6 +119,8 @@ private:
     QElapsedTimer m_clock;
     // When the receiver should have handled every key sent so far, at its slowest.
     qint64 m_receiverDoneMicros = 0;
+    // The estimate for the keys sent since the last keymap change.
+    qint64 m_estimateSinceChangeMicros = 0;
     QTimer m_restoreTimer;
 };
 
