@@ -1,8 +1,14 @@
 // Logins into a real Chromium, on the login pages of tests/login_server.py: characters per
 // second typed at speed 100 (10,000 characters, with more distinct characters without a key
-// than the server has spare keycodes), checked against what the form posted; and a whole login
-// through the runner, timed beyond the pauses its script prescribes. Needs the session of
-// scripts/test-env.sh (make bench) and Chromium.
+// than the server has places to bind them), checked against what the form posted; and a whole
+// login through the runner, timed beyond the pauses its script prescribes. Needs the session
+// of scripts/test-env.sh (make bench) and Chromium.
+//
+// Chromium runs with the flags of the end-to-end tests (software rendering among them). Its
+// CPU time per process kind is reported beside each rate: it is what bounds an ASCII rate on
+// this machine. Trying other set-ups goes through TESSALINE_BENCH_CHROMIUM_FLAGS (extra flags);
+// a smaller window, renderer accessibility off, no vsync or frame-rate limit (and NO_AT_BRIDGE
+// in the environment) changed its CPU per character by less than the noise of a shared machine.
 
 #include "support/LoginSite.h"
 
