@@ -142,7 +142,6 @@ int main(int argc, char **argv)
     } else {
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
-    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
     // Decoded here rather than by QCoreApplication, which drops a leading U+FEFF of each.
     QStringList args;
