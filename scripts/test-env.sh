@@ -20,16 +20,15 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Xvfb picks a free display itself and says which: sessions started at the same moment by
-# other test runs would otherwise race for one display and see each other's windows.
-exec {displayfd}<> <(:)
-Xvfb -displayfd "$displayfd" -screen 0 1280x1024x24 -nolisten tcp -noreset >"$work/xvfb.log" 2>&1 &
+# Xvfb picks a free display itself (-displayfd) and says which: two sessions that start at once
+# must not both take the first display that looks free, where the second would run its tests
+# on the first one's server and lose it when that session ends.
+: >"$work/display"
+Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
 pids+=($!)
-display=""
-read -r -t 10 -u "$displayfd" display || true
-exec {displayfd}<&-
-[ -n "$display" ] || { echo "test-env: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
-export DISPLAY=":$display"
+for _ in $(seq 1 100); do [ -s "$work/display" ] && break; sleep 0.1; done
+[ -s "$work/display" ] || { echo "test-env: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
+export DISPLAY=":$(head -n1 "$work/display")"
 for _ in $(seq 1 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
 xdpyinfo >/dev/null 2>&1 || { echo "test-env: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
 setxkbmap us || true

@@ -119,10 +119,9 @@ Settings (the same store the Tessaline application uses):
 Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success; 1 usage
 (or an absent setting); 2 the file cannot be opened (not a password file, wrong password,
 damaged; or the file to import cannot be read or is not UTF-8); 3 the file cannot be
-written (read-only, disk full); 4 no such entry; 5 import: some records were left over.
-damaged); 3 the file cannot be written (read-only, disk full); 4 no such entry; 5 the login
-could not be completed (a browser that does not start, a key that could not be sent,
-interrupted); 6 no X11 session.
+written (read-only, disk full); 4 no such entry; 5 import: some records were left over;
+6 no X11 session (login, type); 7 the login could not be completed (a browser that does not
+start, a key that could not be sent, interrupted).
 )";
 
 } // namespace
@@ -152,7 +151,6 @@ int main(int argc, char **argv)
     } else {
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
-    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
     // Decoded here rather than by QCoreApplication, which drops a leading U+FEFF of each.
     QStringList args;

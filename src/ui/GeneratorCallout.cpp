@@ -4,6 +4,7 @@
 #include "core/generator/GeneratePassword.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/EntryEditor.h"
+#include "ui/Help.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -35,6 +36,7 @@ GeneratorCallout::GeneratorCallout(QWidget *parent) : QWidget(parent)
     form->addRow(QStringLiteral("&Length:"), passwordLengthPopup);
     form->addRow(QString(), includeSpecialsSwitch);
     auto *buttons = new QHBoxLayout;
+    buttons->addWidget(helpButton(HelpAnchor::Generator));
     buttons->addStretch();
     buttons->addWidget(cancelButton);
     buttons->addWidget(okButton);

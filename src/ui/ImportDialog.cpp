@@ -1,5 +1,6 @@
 #include "ImportDialog.h"
 
+#include "ui/Help.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
 #include "ui/QWCellTableViewArray.h"
@@ -175,6 +176,7 @@ ImportDialog::ImportDialog(QWidget *parent)
     importPasswordDataOKButton->setDefault(true);
     importPasswordDataCancelButton = new QPushButton(QStringLiteral("Cancel"));
     auto *buttons = new QHBoxLayout;
+    buttons->addWidget(helpButton(HelpAnchor::Import));
     buttons->addWidget(importProgress, 1);
     buttons->addStretch();
     buttons->addWidget(importPasswordDataCancelButton);
