@@ -8,7 +8,7 @@ standard output) and appends every posted form, as one JSON object a line, to RE
   /two     two user-ID fields and a password
   /first   the user ID; its Return leads to /second, which asks for the password
   /show    the user ID only: the password is to be read, not typed
-  /long    one large text field (for typing rates), answered with itself
+  /fieldsN N one-line fields f1 ... fN, the first focused (for typing rates), answered with itself
   /ready   posts itself as soon as it has loaded (the browser is up)
 """
 import json
@@ -32,7 +32,6 @@ PAGES = {
     "first": [field("user", autofocus=True)],
     "second": [field("password", "password", autofocus=True)],
     "show": [field("user", autofocus=True)],
-    "long": ['<p><textarea name="text" rows="5" cols="80" autofocus></textarea></p>'],
     "ready": ['<script>window.onload = () => document.forms[0].submit();</script>'],
 }
 
@@ -43,8 +42,17 @@ class Handler(BaseHTTPRequestHandler):
     def log_message(self, *args):
         pass
 
+    @staticmethod
+    def fields(name):
+        if name in PAGES:
+            return PAGES[name]
+        count = name[len("fields"):] if name.startswith("fields") else ""
+        if count.isdigit() and 0 < int(count) <= 1000:
+            return [field("f%d" % (i + 1), autofocus=i == 0) for i in range(int(count))]
+        return None
+
     def page(self, name):
-        body = PAGE.format(title=name, name=name, fields="".join(PAGES[name])).encode()
+        body = PAGE.format(title=name, name=name, fields="".join(self.fields(name))).encode()
         self.send_response(200)
         self.send_header("Content-Type", "text/html; charset=utf-8")
         self.send_header("Content-Length", str(len(body)))
@@ -53,7 +61,7 @@ class Handler(BaseHTTPRequestHandler):
 
     def do_GET(self):
         name = self.path.strip("/").split("?")[0]
-        if name in PAGES:
+        if self.fields(name) is not None:
             self.page(name)
         else:
             self.send_error(404)
@@ -66,7 +74,7 @@ class Handler(BaseHTTPRequestHandler):
         posted.update({k: v[0] for k, v in form.items()})
         with open(Handler.record, "a", encoding="utf-8") as f:
             f.write(json.dumps(posted, ensure_ascii=False) + "\n")
-        self.page({"first": "second", "long": "long"}.get(name, "one"))
+        self.page({"first": "second"}.get(name, name if name.startswith("fields") else "one"))
 
 
 def main():

@@ -9,6 +9,7 @@
 #include "support/FileSupport.h"
 #include "support/GuiSupport.h"
 #include "ui/ApplicationLogin.h"
+#include "ui/DVBrowser.h"
 #include "ui/Controller.h"
 #include "ui/CXAttachedWindow.h"
 #include "ui/EntryEditor.h"
@@ -259,6 +260,28 @@ private Q_SLOTS:
         box->accept();
     }
 
+    // A browser that has not come to the front when the page-load delay is over: the keyboard
+    // focus is still on our window, where nothing may arrive while a login types. Nothing is
+    // typed, and the user is told why rather than losing the login silently.
+    void typingIntoOurOwnWindowIsRefused()
+    {
+        MyDocument *doc = openSites("Focus.qvm");
+        QVERIFY(doc);
+        gPrefs->setInteger(1, Pref::BrowserPageLoadDelay);
+        QCOMPARE(QApplication::activeWindow(), doc);
+        QSignalSpy failed(login()->runner(), &LoginRunner::failed);
+        QSignalSpy finished(login()->runner(), &LoginRunner::finished);
+        doc->goToURL(rowOf(doc, "Slow")); // a browser that never shows a window
+        QVERIFY(failed.wait(1000 + KeyScriptPlayer::kReleaseTimeoutMs + 3000));
+        QVERIFY2(failed[0][0].toString().contains("keyboard focus is on a Tessaline window"), qPrintable(failed[0][0].toString()));
+        QVERIFY(finished.isEmpty());
+        auto *box = qobject_cast<QMessageBox *>(login()->failureMessage.data());
+        QVERIFY(box);
+        QVERIFY(box->text().contains("longer page-load delay"));
+        QVERIFY(!login()->floatingWarningPanel->isVisible());
+        box->accept();
+    }
+
     void theFloatingPasswordShowsAndGoes()
     {
         MyDocument *doc = openSites("Shown.qvm");
@@ -269,6 +292,11 @@ private Q_SLOTS:
         QTRY_VERIFY(panel->isVisible());
         QCOMPARE(login()->floatingPassword->text(), QString("pw-Shown"));
         QVERIFY(panel->windowFlags() & Qt::WindowDoesNotAcceptFocus);
+        // What a login took when it started is not shown: the current entry's password now is.
+        panel->hide();
+        Q_EMIT login()->runner()->showFloatingPassword(QStringLiteral("taken at the start"));
+        QTRY_VERIFY(panel->isVisible());
+        QCOMPARE(login()->floatingPassword->text(), QString("pw-Shown"));
         QCOMPARE(panel->screen(), doc->screen());
         QTRY_VERIFY_WITH_TIMEOUT(!panel->isVisible(), LoginRunner::kFloatingPasswordMs + 2000);
 
@@ -325,7 +353,32 @@ private Q_SLOTS:
         QCOMPARE(builtIn[0][0].toString(), QString("http://127.0.0.1:9/"));
         QVERIFY(!login()->runner()->isRunning());
         QVERIFY(failed.isEmpty());
-        QVERIFY(login()->builtInBrowser());
+        DVBrowser *dv = login()->builtInBrowser();
+        QVERIFY(dv);
+
+        // Its timers look for a key built-in browser window half a second after being set, then
+        // every second without end; there is none here, so nothing is ever typed.
+        QSignalSpy password(dv, &DVBrowser::pastePasswordFromTimer);
+        QSignalSpy nextPage(dv, &DVBrowser::pasteNextPageFromTimer);
+        dv->hook("pastePasswordFromTimer", 0);
+        dv->hook("pasteNextPageFromTimer", 0);
+        QVERIFY(dv->isLookingToPastePassword() && dv->isLookingToPasteNextPage());
+        QTest::qWait(DVBrowser::kFirstLookMs + 2 * DVBrowser::kLookAgainMs + 200);
+        QVERIFY(dv->isLookingToPastePassword() && dv->isLookingToPasteNextPage());
+        QVERIFY(password.isEmpty() && nextPage.isEmpty());
+        QVERIFY(!login()->runner()->isRunning());
+
+        // Once a built-in browser window is key, each does its part once and stops looking.
+        QWidget browserWindow;
+        browserWindow.resize(200, 100);
+        browserWindow.show();
+        QVERIFY(QTest::qWaitForWindowActive(&browserWindow));
+        browserWindow.windowHandle()->setProperty("documentType", DVBrowser::kDocumentType);
+        QVERIFY(DVBrowser::keyWindowIsBuiltInBrowser());
+        QTRY_COMPARE_WITH_TIMEOUT(password.size(), 1, DVBrowser::kLookAgainMs + 1000);
+        QTRY_COMPARE_WITH_TIMEOUT(nextPage.size(), 1, DVBrowser::kLookAgainMs + 1000);
+        QVERIFY(!dv->isLookingToPastePassword() && !dv->isLookingToPasteNextPage());
+        QTRY_VERIFY(!login()->runner()->isRunning()); // the Return went into the key window
     }
 
     void theCurrentEntryFollowsItsRecord()

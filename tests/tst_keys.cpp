@@ -8,6 +8,7 @@
 #include "platform/fake/UsKeyboardLayout.h"
 
 #include <QElapsedTimer>
+#include <QKeySequence>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -28,9 +29,16 @@ private Q_SLOTS:
         QTest::addRow("Space") << 49 << "Space";
         QTest::addRow("F1") << 122 << "F1";
         QTest::addRow("F19") << 80 << "F19";
-        QTest::addRow("Return") << 36 << QString(QChar(0x21A9));
-        QTest::addRow("Tab") << 48 << QString(QChar(0x21E5));
-        QTest::addRow("Help") << 114 << "?";
+        // Named keys as Linux desktops and Qt's menus name them.
+        QTest::addRow("Return") << 36 << "Return";
+        QTest::addRow("Tab") << 48 << "Tab";
+        QTest::addRow("Backspace") << 51 << "Backspace";
+        QTest::addRow("Delete") << 117 << "Del";
+        QTest::addRow("Escape") << 53 << "Esc";
+        QTest::addRow("Page Up") << 116 << "PgUp";
+        QTest::addRow("left arrow") << 123 << "Left";
+        QTest::addRow("keypad Enter") << 76 << "Enter";
+        QTest::addRow("Help, Insert here") << 114 << "Ins";
         QTest::addRow("letter, upper-cased") << 0 << "A";
         QTest::addRow("U") << 32 << "U";
         QTest::addRow("digit") << 18 << "1";
@@ -48,14 +56,50 @@ private Q_SLOTS:
 
     void modifierStrings()
     {
-        QCOMPARE(SRStringForCarbonModifierFlags(0x1B00), QString::fromUtf8("⌃⌥⇧⌘"));
+        // Short forms with this platform's names, in the order its menus write them.
+        QCOMPARE(SRStringForCarbonModifierFlags(0x1B00), QString("Ctrl+Alt+Shift+Super+"));
         QCOMPARE(SRStringForCarbonModifierFlags(0), QString());
-        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0900, 32), QString::fromUtf8("⌥⌘U"));
-        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x120000, 96), QString::fromUtf8("⇧⌘F5"));
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0900, 32), QString("Ctrl+Alt+U"));
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x120000, 96), QString("Ctrl+Shift+F5"));
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(0x140000, 51), QString("Ctrl+Super+Backspace"));
         // Readable: Command, Option, Control, Shift, then the key, with this platform's names.
         QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(0x1B00, 32), QString("Ctrl + Alt + Super + Shift + U"));
         QCOMPARE(SRReadableStringForCarbonModifierFlagsAndKeyCode(2304, 35), QString("Ctrl + Alt + P"));
-        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0100, -1), QString::fromUtf8("⌘")); // an unknown key shows nothing
+        QCOMPARE(SRStringForCarbonModifierFlagsAndKeyCode(0x0100, -1), QString("Ctrl+")); // an unknown key shows nothing
+    }
+
+    // The recorder names a combination as the application's menus show the same one.
+    void namesAsTheMenusShowThem_data()
+    {
+        QTest::addColumn<quint64>("flags");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<int>("qtCombination");
+        const quint64 ctrl = CocoaMask::Command, alt = CocoaMask::Option, shift = CocoaMask::Shift;
+        QTest::addRow("Ctrl+Alt+U") << (ctrl | alt) << 32 << int(Qt::CTRL | Qt::ALT | Qt::Key_U);
+        QTest::addRow("Ctrl+Alt+Shift+P") << (ctrl | alt | shift) << 35 << int(Qt::CTRL | Qt::ALT | Qt::SHIFT | Qt::Key_P);
+        QTest::addRow("Ctrl+,") << ctrl << 43 << int(Qt::CTRL | Qt::Key_Comma);
+        QTest::addRow("Ctrl+Shift+F5") << (ctrl | shift) << 96 << int(Qt::CTRL | Qt::SHIFT | Qt::Key_F5);
+        QTest::addRow("Del") << quint64(0) << 117 << int(Qt::Key_Delete);
+        QTest::addRow("Ctrl+Backspace") << ctrl << 51 << int(Qt::CTRL | Qt::Key_Backspace);
+        QTest::addRow("Alt+Esc") << alt << 53 << int(Qt::ALT | Qt::Key_Escape);
+        QTest::addRow("Ctrl+Return") << ctrl << 36 << int(Qt::CTRL | Qt::Key_Return);
+        QTest::addRow("keypad Enter") << ctrl << 76 << int(Qt::CTRL | Qt::Key_Enter);
+        QTest::addRow("Ctrl+Tab") << ctrl << 48 << int(Qt::CTRL | Qt::Key_Tab);
+        QTest::addRow("Ctrl+Space") << ctrl << 49 << int(Qt::CTRL | Qt::Key_Space);
+        QTest::addRow("Ctrl+PgUp") << ctrl << 116 << int(Qt::CTRL | Qt::Key_PageUp);
+        QTest::addRow("Ctrl+PgDown") << ctrl << 121 << int(Qt::CTRL | Qt::Key_PageDown);
+        QTest::addRow("Ctrl+Home") << ctrl << 115 << int(Qt::CTRL | Qt::Key_Home);
+        QTest::addRow("Ctrl+End") << ctrl << 119 << int(Qt::CTRL | Qt::Key_End);
+        QTest::addRow("Ctrl+Left") << ctrl << 123 << int(Qt::CTRL | Qt::Key_Left);
+        QTest::addRow("Ctrl+Down") << ctrl << 125 << int(Qt::CTRL | Qt::Key_Down);
+        QTest::addRow("Ctrl+Ins") << ctrl << 114 << int(Qt::CTRL | Qt::Key_Insert);
+    }
+    void namesAsTheMenusShowThem()
+    {
+        QFETCH(quint64, flags);
+        QFETCH(int, code);
+        QFETCH(int, qtCombination);
+        QCOMPARE(SRStringForCocoaModifierFlagsAndKeyCode(flags, code), QKeySequence(qtCombination).toString(QKeySequence::NativeText));
     }
 
     void maskConversions()

@@ -99,7 +99,7 @@ private Q_SLOTS:
         SRError e;
         QVERIFY(v.isKeyCodeAndFlagsTaken(kU, kCmd | kOpt, &e));
         QCOMPARE(refuser.askedFlags, kCmdOpt); // the delegate sees the Cocoa form
-        QCOMPARE(e.localizedDescription, QString::fromUtf8("The key combination ⌥⌘U can't be used!"));
+        QCOMPARE(e.localizedDescription, QString("The key combination Ctrl+Alt+U can't be used!"));
         QCOMPARE(e.localizedRecoverySuggestion,
                  QString("The key combination \"Ctrl + Alt + U\" can't be used because it's already used."));
         QCOMPARE(e.localizedRecoveryOptions, QStringList{"OK"});
@@ -117,7 +117,7 @@ private Q_SLOTS:
         SRError e;
         // The function-key bit does not take part.
         QVERIFY(v.isKeyCodeAndFlagsTaken(kU, kCmd | kOpt | CarbonMask::Function, &e));
-        QCOMPARE(e.localizedDescription, QString::fromUtf8("The key combination ⌥⌘U can't be used!"));
+        QCOMPARE(e.localizedDescription, QString("The key combination Ctrl+Alt+U can't be used!"));
         QCOMPARE(e.localizedRecoverySuggestion,
                  QString("The key combination \"Ctrl + Alt + U\" can't be used because it's already used by a "
                          "system-wide keyboard shortcut."));
@@ -150,7 +150,7 @@ private Q_SLOTS:
         QCOMPARE(e.localizedRecoverySuggestion,
                  QString("The key combination \"Ctrl + Q\" can't be used because it's already used by the menu item "
                          "\"Quit Tessaline\"."));
-        QCOMPARE(e.localizedDescription, QString::fromUtf8("The key combination ⌘Q can't be used!"));
+        QCOMPARE(e.localizedDescription, QString("The key combination Ctrl+Q can't be used!"));
         QVERIFY(!v.isKeyCodeAndFlagsTaken(kQ, kCmd | kShift, &e));
         QVERIFY(!v.isKeyCodeAndFlagsTaken(kQ, kCmd | kOpt, &e));
         // In a submenu of a submenu.
@@ -158,6 +158,13 @@ private Q_SLOTS:
         QVERIFY(e.localizedRecoverySuggestion.endsWith("\"Find Next\"."));
         // An item with no key equivalent never matches.
         QVERIFY(!SRValidator::isKeyCodeAndFlagsTakenInMenu(0, 0, appMenu(), nullptr));
+        // A named key written as Qt's menus write it.
+        const QList<SRMenuItem> deleteItem = {SRMenuItem{QStringLiteral("Delete Entry"), QStringLiteral("Del"), CocoaMask::Command, {}}};
+        QVERIFY(SRValidator::isKeyCodeAndFlagsTakenInMenu(117, kCmd, deleteItem, &e));
+        QCOMPARE(e.localizedDescription, QString("The key combination Ctrl+Del can't be used!"));
+        QCOMPARE(e.localizedRecoverySuggestion,
+                 QString("The key combination \"Ctrl + Del\" can't be used because it's already used by the menu item \"Delete Entry\"."));
+        QVERIFY(!SRValidator::isKeyCodeAndFlagsTakenInMenu(51, kCmd, deleteItem, nullptr));
     }
 
     // --- SRRecorderCell ---
@@ -173,11 +180,11 @@ private Q_SLOTS:
         QVERIFY(cell.isRecording());
         cell.flagsChanged(kCmdOpt | CocoaMask::CapsLock);
         QCOMPARE(cell.recordingFlags(), kCmdOpt); // Caps Lock is not an allowed modifier
-        QCOMPARE(cell.displayText(), QString::fromUtf8("⌥⌘"));
+        QCOMPARE(cell.displayText(), QString("Ctrl+Alt+"));
         QVERIFY(cell.performKeyEquivalent(kU, kCmdOpt | CocoaMask::CapsLock, "u", "u", true));
         QVERIFY(!cell.isRecording());
         QCOMPARE(cell.keyCombo(), (KeyCombo{0x180000, 32}));
-        QCOMPARE(cell.keyComboString(), QString::fromUtf8("⌥⌘U"));
+        QCOMPARE(cell.keyComboString(), QString("Ctrl+Alt+U"));
         QCOMPARE(changed.size(), 1);
         // F-keys carry the function-key bit, which is enough on its own.
         cell.startRecordingTransition();

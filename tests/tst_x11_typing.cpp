@@ -47,9 +47,10 @@ public:
         m_process.start("Xvfb", QStringList{"-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "640x480x24"} + extraArgs);
         if (!m_process.waitForReadyRead(10000))
             return;
-        const QByteArray display = ":" + m_process.readLine().trimmed();
-        m_c = xcb_connect(display.constData(), nullptr);
+        m_display = ":" + m_process.readLine().trimmed();
+        m_c = xcb_connect(m_display.constData(), nullptr);
     }
+    QByteArray display() const { return m_display; }
     ~PrivateXServer()
     {
         if (m_c)
@@ -65,6 +66,7 @@ public:
 
 private:
     QProcess m_process;
+    QByteArray m_display;
     xcb_connection_t *m_c = nullptr;
 };
 
@@ -306,13 +308,15 @@ private Q_SLOTS:
         QVERIFY(!anyKeyDown());
     }
 
-    // More distinct characters without a key than spare keycodes: bound in batches, none lost.
+    // More distinct characters without a key than places for them (two on each spare keycode,
+    // the second with Shift): bound in batches, none lost, lower and capital letters alike.
     void typesMoreUnusualCharactersThanSpareKeys()
     {
         QString text;
-        const int spare = m_sink->spareKeycodeCount();
-        for (int i = 0; i < spare + 10; ++i)
-            text += QChar(0x430 + i) + QStringLiteral("a"); // Cyrillic, with keys between
+        const int places = m_sink->bindingPlaces();
+        QCOMPARE(places, 2 * m_sink->spareKeycodeCount());
+        for (int i = 0; i < places + 10; ++i)
+            text += QChar(0x410 + i) + QStringLiteral("a"); // Cyrillic capitals and small letters, with keys between
         text += text; // and the first batch again
         const auto [a, b] = typeIntoWindow(text, QString::fromUtf8("ü€"));
         QCOMPARE(a, text);
@@ -378,6 +382,29 @@ private Q_SLOTS:
         QCOMPARE(failed.size(), 1);
     }
 
+    // The record of bound keycodes belongs to the server the keys were bound on, whatever
+    // $DISPLAY names: a run on another display neither reads nor removes it.
+    void theBindingRecordIsNamedAfterTheConnectionsServer()
+    {
+        PrivateXServer server;
+        QVERIFY(server.connection());
+        QCOMPARE(XTestKeySink::displayOf(server.connection()), QString::fromLatin1(server.display()));
+        QCOMPARE(XTestKeySink::displayOf(m_c), qEnvironmentVariable("DISPLAY"));
+        const QString own = XTestKeySink::bindingRecordPath(server.connection());
+        QVERIFY(own.endsWith("tessaline-keys-" + QString::fromLatin1(server.display())));
+        QVERIFY(own != XTestKeySink::bindingRecordPath(m_c));
+
+        XkbKeyboardLayout layout(server.connection());
+        QVERIFY(layout.isValid());
+        XTestKeySink sink(server.connection(), &layout);
+        QVERIFY(sink.prepare(QString::fromUtf8("€")) > 0); // bound: noted in that server's record
+        QVERIFY(QFile::exists(own));
+        QVERIFY(!QFile::exists(XTestKeySink::bindingRecordPath(m_c)));
+        sink.finish();
+        sink.restoreBindings();
+        QVERIFY(!QFile::exists(own));
+    }
+
     // No keyboard state to type with (Xvfb always has XKB: here the layout could not be read):
     // nothing is typed and the script fails.
     void noKeyboardStateIsAFailure()
@@ -415,7 +442,7 @@ private Q_SLOTS:
         xcb_change_keyboard_mapping(m_c, 1, quint8(kc), quint8(per), bound.data());
         xcb_flush(m_c);
         QVERIFY(keymapBytes() != before);
-        QFile record(XTestKeySink::bindingRecordPath());
+        QFile record(XTestKeySink::bindingRecordPath(m_c));
         QVERIFY(record.open(QIODevice::WriteOnly));
         pid_t dead = ::fork();
         if (dead == 0)
@@ -425,7 +452,7 @@ private Q_SLOTS:
         record.close();
         XTestKeySink next(m_c, m_layout.get());
         QCOMPARE(keymapBytes(), before);
-        QVERIFY(!QFile::exists(XTestKeySink::bindingRecordPath()));
+        QVERIFY(!QFile::exists(XTestKeySink::bindingRecordPath(m_c)));
     }
 };
 

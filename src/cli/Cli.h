@@ -19,9 +19,9 @@ enum ExitCode {
     ExitCannotOpen = 2,
     ExitCannotWrite = 3,
     ExitNoSuchEntry = 4,
-    ExitLeftOver = 5, // import: some records were not imported (login uses the same code)
-    ExitLoginFailed = 5, // a keystroke could not be sent, the browser did not start, cancelled
+    ExitLeftOver = 5,    // import: some records were not imported
     ExitNoX11 = 6,
+    ExitLoginFailed = 7, // a keystroke could not be sent, the browser did not start, cancelled
 };
 
 // Writes "tessaline-cli: <message>" to standard error.

@@ -40,11 +40,16 @@ Password files (FILE.qvm is the package folder):
                                  only); OUT.csv "-" writes to standard output
   import FILE.qvm IN.csv [--separator tab|comma|semicolon] [--columns LIST]
                 [--skip-first-line] [--quotes standard]
-                                 add one entry per line of a UTF-8 text file (separator
-                                 default comma). LIST names the field of each column, in
-                                 order: name, url, user1, user2, password, notes or skip
-                                 (default name,url,user1,password,notes). The line
-                                 "Title,URL,Username,Password,Notes" is skipped;
+                                 add one entry per line of a UTF-8 text file. The separator
+                                 is comma unless given: export writes commas, so a file
+                                 from export imports back as it is (the dialog starts on
+                                 tab, as text copied from a spreadsheet is). LIST names the
+                                 field of each column, in order: name, url, user1, user2,
+                                 password, notes or skip (default name,url,user1,password,
+                                 notes; an export's sixth column, the second user ID, needs
+                                 name,url,user1,password,notes,user2). Nine columns are
+                                 read, as in the dialog, unless LIST names more (up to 64).
+                                 The line "Title,URL,Username,Password,Notes" is skipped;
                                  --skip-first-line skips the first line whatever it holds.
                                  Fields in double quotes may hold the separator and line
                                  breaks; a doubled quote inside is read as this program's
@@ -53,7 +58,11 @@ Password files (FILE.qvm is the package folder):
                                  spaces become one space; fields are cut at 8191 characters.
                                  Taken names get a number. Records that cannot be imported
                                  (no name, too few fields) are printed; all or nothing is
-                                 saved
+                                 saved. Other programs' files, for example:
+                                   a browser's: --skip-first-line --quotes standard
+                                   Bitwarden's (the password in the tenth column):
+                                   --skip-first-line --quotes standard --columns
+                                   skip,skip,skip,name,notes,skip,skip,url,user1,password
   generate [--length N] [--no-specials] [--count K]
                                  print K (default 1) random passwords of N characters
                                  (default 8, from 4 to 47; 3 to 47 with --no-specials)
@@ -110,9 +119,9 @@ Settings (the same store the Tessaline application uses):
 Errors go to standard error, starting "tessaline-cli: ". Exit status: 0 success; 1 usage
 (or an absent setting); 2 the file cannot be opened (not a password file, wrong password,
 damaged; or the file to import cannot be read or is not UTF-8); 3 the file cannot be
-written (read-only, disk full); 4 no such entry; 5 import: some records were left over, or
-login: it could not be completed (a browser that does not start, a key that could not be
-sent, interrupted); 6 no X11 session.
+written (read-only, disk full); 4 no such entry; 5 import: some records were left over;
+6 no X11 session (login, type); 7 the login could not be completed (a browser that does not
+start, a key that could not be sent, interrupted).
 )";
 
 } // namespace
@@ -142,7 +151,6 @@ int main(int argc, char **argv)
     } else {
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
-    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
     // Decoded here rather than by QCoreApplication, which drops a leading U+FEFF of each.
     QStringList args;

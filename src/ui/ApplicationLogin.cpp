@@ -7,7 +7,9 @@
 #include "platform/x11/XTestKeySink.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 #include "ui/DVBrowser.h"
+#include "ui/Globals.h"
 #include "ui/MyDocument.h"
+#include "ui/WebsitePasswordManager.h"
 
 #include <QApplication>
 #include <QEvent>
@@ -110,7 +112,9 @@ ApplicationLogin::ApplicationLogin(QObject *parent) : QObject(parent), m_workspa
         m_layout = std::make_unique<XkbKeyboardLayout>(c);
         if (m_layout->isValid()) {
             qApp->installNativeEventFilter(m_layout.get());
-            m_sink = std::make_unique<XTestKeySink>(c, m_layout.get());
+            auto sink = std::make_unique<XTestKeySink>(c, m_layout.get());
+            sink->setRefuseOwnFocus(true);
+            m_sink = std::move(sink);
             m_escapeCode = escapeKeyCode(m_layout->keymap());
         }
     }
@@ -152,6 +156,12 @@ ApplicationLogin::ApplicationLogin(QObject *parent) : QObject(parent), m_workspa
         connect(m_runner, end, this, &ApplicationLogin::hideFloatingWarning);
     connect(m_runner, &LoginRunner::openBuiltInBrowser, m_dvBrowser, &DVBrowser::loadURLRequest);
     connect(m_runner, &LoginRunner::builtInBrowserHook, m_dvBrowser, &DVBrowser::hook);
+    // The built-in browser's timers, once one of its windows is key.
+    connect(m_dvBrowser, &DVBrowser::pastePasswordFromTimer, this, [] {
+        if (gWPM)
+            gWPM->pastePasswordFromHotkey(false);
+    });
+    connect(m_dvBrowser, &DVBrowser::pasteNextPageFromTimer, this, [this] { m_runner->pressReturn(); });
 
     qApp->installEventFilter(this);
     qApp->installNativeEventFilter(this);
@@ -248,8 +258,14 @@ void ApplicationLogin::hideFloatingWarning()
     floatingWarningPanel->hide();
 }
 
-void ApplicationLogin::showFloatingPassword(const QString &password)
+void ApplicationLogin::showFloatingPassword(const QString &taken)
 {
+    Q_UNUSED(taken);
+    // The panel shows the current entry's password as it is when the panel comes up (the
+    // editor's field, when the entry is open in it), not the one the login took at its start:
+    // the page-load delay gives time to change it. No current entry or no password: no panel.
+    const Entry *entry = gWebsiteItem.get();
+    const QString password = entry ? entryString(*entry, EntryKey::Password) : QString();
     if (password.isEmpty())
         return;
     floatingPassword->setText(password);

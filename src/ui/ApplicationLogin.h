@@ -68,7 +68,7 @@ private:
     void showPanel(QWidget *panel);
     void showFloatingWarning();
     void hideFloatingWarning();
-    void showFloatingPassword(const QString &password);
+    void showFloatingPassword(const QString &taken);
     void grabEscape(bool on);
 
     std::unique_ptr<XkbKeyboardLayout> m_layout;

@@ -7,6 +7,7 @@
 #include "platform/x11/X11Session.h"
 #include "ui/ApplicationLogin.h"
 #include "ui/FilePanels.h"
+#include "ui/Help.h"
 #include "ui/Globals.h"
 #include "ui/MyDocument.h"
 #include "ui/Panels.h"
@@ -21,6 +22,7 @@
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -317,7 +319,11 @@ void Controller::newDocument()
             wantsOpen = true;
             dialog.reject();
         });
-        form->addRow(QString(), openInstead);
+        auto *row = new QHBoxLayout;
+        row->addWidget(openInstead);
+        row->addStretch();
+        row->addWidget(helpButton(HelpAnchor::Files));
+        form->addRow(QString(), row);
         if (auto *grid = qobject_cast<QGridLayout *>(dialog.layout()))
             grid->addWidget(framisView, grid->rowCount(), 0, 1, grid->columnCount());
         newFilePanel = &dialog;

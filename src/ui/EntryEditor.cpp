@@ -1,6 +1,7 @@
 #include "EntryEditor.h"
 
 #include "core/login/LoginOptions.h"
+#include "ui/Help.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -70,6 +71,7 @@ EntryEditor::EntryEditor(QWidget *parent) : QWidget(parent)
     for (QPushButton *b : {okButton, cancelButton})
         b->setAutoDefault(false);
     auto *buttons = new QHBoxLayout;
+    buttons->addWidget(helpButton(HelpAnchor::Entries));
     buttons->addStretch();
     buttons->addWidget(cancelButton);
     buttons->addWidget(okButton);

@@ -9,13 +9,14 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QMenu>
+#include <QPushButton>
 #include <QStandardPaths>
 
 namespace tess {
 
 QStringList HelpAnchor::all()
 {
-    return {Files, Entries, LoggingIn, HotKeys, Preferences, ImportExport, CommandLine, Diagnostics};
+    return {Files, ChangePassword, Entries, Generator, LoggingIn, HotKeys, Preferences, ImportExport, Import, CommandLine, Diagnostics};
 }
 
 QString helpBookDirectory(const QString &applicationDir)
@@ -70,6 +71,19 @@ void showHelp(const QString &anchor)
         return;
     }
     QDesktopServices::openUrl(helpURL(book, anchor));
+}
+
+QPushButton *helpButton(const QString &anchor, QWidget *parent)
+{
+    auto *button = new QPushButton(QIcon::fromTheme(QStringLiteral("help-contents")), QStringLiteral("Help"), parent);
+    button->setObjectName(anchor);
+    button->setProperty("helpAnchor", anchor);
+    button->setAutoDefault(false);
+    button->setFocusPolicy(Qt::NoFocus);
+    button->setShortcut(QKeySequence::HelpContents); // F1 in the panel, as a keyboard user expects
+    button->setToolTip(QStringLiteral("Opens Tessaline Help on this topic (%1)").arg(button->shortcut().toString(QKeySequence::NativeText)));
+    QObject::connect(button, &QPushButton::clicked, button, [anchor] { showHelp(anchor); });
+    return button;
 }
 
 void addHelpMenuItems(QMenu *help)

@@ -7,6 +7,8 @@
 #include <QUrl>
 
 class QMenu;
+class QPushButton;
+class QWidget;
 
 namespace tess {
 
@@ -14,10 +16,13 @@ namespace tess {
 namespace HelpAnchor {
 inline const QString Files = QStringLiteral("files");
 inline const QString Entries = QStringLiteral("entries");
+inline const QString Generator = QStringLiteral("generator");
+inline const QString ChangePassword = QStringLiteral("change-password");
 inline const QString LoggingIn = QStringLiteral("logging-in");
 inline const QString HotKeys = QStringLiteral("hot-keys");
 inline const QString Preferences = QStringLiteral("preferences");
 inline const QString ImportExport = QStringLiteral("import-export");
+inline const QString Import = QStringLiteral("import");
 inline const QString CommandLine = QStringLiteral("command-line");
 inline const QString Diagnostics = QStringLiteral("diagnostics");
 QStringList all();
@@ -32,6 +37,10 @@ void setHelpBookDirectory(const QString &directory);
 QUrl helpURL(const QString &bookDirectory, const QString &anchor);
 // showHelp: opens the book at the anchor (the contents for an empty one) in the browser.
 void showHelp(const QString &anchor = QString());
+
+// A panel's help button: named after its anchor (the identifier it asks the book for), it opens
+// the book there. It takes no focus, so a panel's keyboard order stays as it was; F1 presses it.
+QPushButton *helpButton(const QString &anchor, QWidget *parent = nullptr);
 
 // The Help menu's items: the book, its main topics, and the support report.
 void addHelpMenuItems(QMenu *help);

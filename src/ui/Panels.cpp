@@ -1,5 +1,7 @@
 #include "Panels.h"
 
+#include "ui/Help.h"
+
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QGuiApplication>
@@ -165,6 +167,7 @@ ChangePasswordPanel::ChangePasswordPanel(QWidget *parent) : QDialog(parent)
     connect(newFramis, &QLineEdit::textChanged, this, update);
     connect(newFramis2, &QLineEdit::textChanged, this, update);
     auto *buttons = new QHBoxLayout;
+    buttons->addWidget(helpButton(HelpAnchor::ChangePassword));
     buttons->addStretch();
     buttons->addWidget(cancel);
     buttons->addWidget(framis2OKButton);

@@ -94,10 +94,10 @@ PreferencesDialog::PreferencesDialog(QWidget *parent) : QDialog(parent)
     form->addRow(QString(), confirmDeleteSwitch);
     form->addRow(QString(), checkForUpdatesSwitch);
 
-    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel | QDialogButtonBox::Help);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
+    buttons->addButton(helpButton(HelpAnchor::Preferences), QDialogButtonBox::HelpRole);
     connect(buttons, &QDialogButtonBox::accepted, this, &PreferencesDialog::preferencesOK);
     connect(buttons, &QDialogButtonBox::rejected, this, [this] { done(0); });
-    connect(buttons, &QDialogButtonBox::helpRequested, this, [] { showHelp(HelpAnchor::Preferences); });
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(form);
     layout->addWidget(buttons);

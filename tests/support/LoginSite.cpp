@@ -3,12 +3,21 @@
 #include "TestSupport.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QStandardPaths>
 #include <QTest>
 
+#include <QHash>
+#include <QRegularExpression>
+
 #include <csignal>
+#include <unistd.h>
+
+#ifndef TESSALINE_SOURCE_DIR
+#define TESSALINE_SOURCE_DIR "."
+#endif
 
 namespace tess::testsupport {
 
@@ -24,6 +33,8 @@ bool writeText(const QString &path, const QString &text)
 }
 
 } // namespace
+
+LoginSite::LoginSite(QStringList extraChromiumFlags) : m_extraFlags(std::move(extraChromiumFlags)) {}
 
 LoginSite::~LoginSite()
 {
@@ -60,10 +71,11 @@ QString LoginSite::start(const QString &appsDir)
 QStringList LoginSite::chromium() const
 {
     // A fresh profile, kept off the network.
-    return {"chromium", "--no-sandbox", "--disable-gpu", "--no-first-run", "--no-default-browser-check",
-            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-quic",
-            "--password-store=basic", "--disable-features=Translate,PasswordManagerOnboarding",
-            "--user-data-dir=" + m_dir.filePath(QStringLiteral("profile"))};
+    return QStringList{"chromium", "--no-sandbox", "--disable-gpu", "--no-first-run", "--no-default-browser-check",
+                       "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                       "--disable-quic", "--password-store=basic", "--disable-features=Translate,PasswordManagerOnboarding",
+                       "--user-data-dir=" + m_dir.filePath(QStringLiteral("profile"))}
+           + m_extraFlags;
 }
 
 bool LoginSite::startBrowser()
@@ -71,9 +83,7 @@ bool LoginSite::startBrowser()
     const QStringList command = chromium();
     if (!QProcess::startDetached(command.first(), command.mid(1) << url("ready")))
         return false;
-    QList<QJsonObject> ready;
-    for (int i = 0; i < 6 && ready.isEmpty(); ++i)
-        ready = posted(1);
+    const QList<QJsonObject> ready = posted(1, 120000);
     return ready.value(0).value(QStringLiteral("page")).toString() == u"ready";
 }
 
@@ -82,21 +92,60 @@ QString LoginSite::url(const char *page) const
     return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(QLatin1String(page));
 }
 
-QList<QJsonObject> LoginSite::posted(int count)
+QList<QJsonObject> LoginSite::posted(int count, int timeoutMs)
 {
     QList<QJsonObject> forms;
-    for (int i = 0; i < 200; ++i) {
+    QElapsedTimer t;
+    t.start();
+    for (;;) {
         const QList<QByteArray> lines = readFile(recordPath()).split('\n');
         forms.clear();
         for (qsizetype k = m_seen; k < lines.size(); ++k)
             if (!lines[k].isEmpty())
                 forms.append(QJsonDocument::fromJson(lines[k]).object());
-        if (forms.size() >= count)
+        if (forms.size() >= count || t.elapsed() >= timeoutMs)
             break;
-        QTest::qWait(100);
+        QTest::qWait(5);
     }
     m_seen += forms.size();
     return forms;
+}
+
+QMap<QString, double> LoginSite::browserCpuSeconds() const
+{
+    // The browser processes carry the profile on their command line; the others descend from them.
+    const QByteArray mark = ("--user-data-dir=" + m_dir.filePath(QStringLiteral("profile"))).toUtf8();
+    struct Process {
+        int parent = 0;
+        double cpu = 0;
+        QString kind;
+    };
+    QHash<int, Process> all;
+    const double tick = double(::sysconf(_SC_CLK_TCK));
+    for (const QString &name : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        const int pid = name.toInt();
+        if (pid <= 0)
+            continue;
+        const QByteArray stat = readFile("/proc/" + name + "/stat");
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() < 13)
+            continue;
+        const QByteArray cmdline = readFile("/proc/" + name + "/cmdline");
+        const qsizetype type = cmdline.indexOf("--type=");
+        Process p{fields[1].toInt(), (fields[11].toDouble() + fields[12].toDouble()) / tick,
+                  type < 0 ? (cmdline.contains(mark) ? QStringLiteral("browser") : QString())
+                           : QString::fromLatin1(cmdline.mid(type + 7)).section(QRegularExpression(QStringLiteral("[\\s\\x00]")), 0, 0)};
+        all.insert(pid, p);
+    }
+    QMap<QString, double> cpu;
+    for (auto it = all.cbegin(); it != all.cend(); ++it) {
+        bool ours = false;
+        for (int pid = it.key(), depth = 0; pid > 1 && depth < 8 && !ours; pid = all.value(pid).parent, ++depth)
+            ours = all.value(pid).kind == u"browser";
+        if (ours)
+            cpu[it->kind] += it->cpu;
+    }
+    return cpu;
 }
 
 void LoginSite::stop()

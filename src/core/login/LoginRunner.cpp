@@ -108,6 +108,11 @@ bool LoginRunner::pastePasswordFromHotkey(const Entry &entry, bool fromHotkey, Q
     return start(tess::pastePasswordFromHotkey(entry, fromHotkey, m_settings()), whyNot);
 }
 
+bool LoginRunner::pressReturn(QString *whyNot)
+{
+    return start(nextPage(), whyNot);
+}
+
 bool LoginRunner::start(const KeyScript &script, QString *whyNot)
 {
     if (whyNot)

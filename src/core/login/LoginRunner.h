@@ -41,6 +41,8 @@ public:
     bool handleUserIDFromHotkey(const Entry &entry, bool fromHotkey, QString *whyNot = nullptr);
     // The password hot key.
     bool pastePasswordFromHotkey(const Entry &entry, bool fromHotkey, QString *whyNot = nullptr);
+    // Return alone (the built-in browser's next page).
+    bool pressReturn(QString *whyNot = nullptr);
 
     // Stops a running login at once (document closed or locked, quit, Escape): nothing more is
     // typed, keys are released, Caps Lock and the keymap put back, the warning hidden.

@@ -23,22 +23,14 @@ QHash<int, QString> buildFixedNames()
     for (int i = 0; i < 19; ++i)
         d.insert(fkeys[i], QStringLiteral("F%1").arg(i + 1));
     d.insert(49, SRLocalizedString(QStringLiteral("Space")));
-    d.insert(51, QString(QChar(0x232B)));
-    d.insert(117, QString(QChar(0x2326)));
-    d.insert(71, QString(QChar(0x2327)));
-    d.insert(123, QString(QChar(0x2190)));
-    d.insert(124, QString(QChar(0x2192)));
-    d.insert(126, QString(QChar(0x2191)));
-    d.insert(125, QString(QChar(0x2193)));
-    d.insert(119, QString(QChar(0x2198)));
-    d.insert(115, QString(QChar(0x2196)));
-    d.insert(53, QString(QChar(0x238B)));
-    d.insert(121, QString(QChar(0x21DF)));
-    d.insert(116, QString(QChar(0x21DE)));
-    d.insert(36, QString(QChar(0x21A9)));
-    d.insert(76, QString(QChar(0x2305)));
-    d.insert(48, QString(QChar(0x21E5)));
-    d.insert(114, QStringLiteral("?"));
+    // The other named keys by their symbols, shown through the string table.
+    const std::pair<int, char16_t> symbols[] = {
+        {51, 0x232B},  {117, 0x2326}, {71, 0x2327},  {123, 0x2190}, {124, 0x2192}, {126, 0x2191},
+        {125, 0x2193}, {119, 0x2198}, {115, 0x2196}, {53, 0x238B},  {121, 0x21DF}, {116, 0x21DE},
+        {36, 0x21A9},  {76, 0x2305},  {48, 0x21E5},  {114, u'?'},
+    };
+    for (const auto &[code, symbol] : symbols)
+        d.insert(code, SRLocalizedString(QString(QChar(symbol))));
     return d;
 }
 
@@ -73,13 +65,34 @@ quint32 SRCocoaToCarbonFlags(quint64 cocoa)
 
 QString SRLocalizedString(const QString &key)
 {
-    // This platform's names for the modifiers: Command is Ctrl, Option is Alt, Control is Super.
+    // This platform's names. Modifiers: Command is Ctrl, Option is Alt, Control is Super, in
+    // symbols and in readable texts. Named keys: the names Linux desktops (and Qt's menus) use.
     static const QHash<QString, QString> table = {
         {QStringLiteral("Pad %@"), QStringLiteral("Pad %1")},
         {QStringLiteral("Command + "), QStringLiteral("Ctrl + ")},
         {QStringLiteral("Option + "), QStringLiteral("Alt + ")},
         {QStringLiteral("Control + "), QStringLiteral("Super + ")},
         {QStringLiteral("Shift + "), QStringLiteral("Shift + ")},
+        {QStringLiteral("\u2318"), QStringLiteral("Ctrl+")},
+        {QStringLiteral("\u2325"), QStringLiteral("Alt+")},
+        {QStringLiteral("\u2303"), QStringLiteral("Super+")},
+        {QStringLiteral("\u21E7"), QStringLiteral("Shift+")},
+        {QStringLiteral("\u232B"), QStringLiteral("Backspace")},
+        {QStringLiteral("\u2326"), QStringLiteral("Del")},
+        {QStringLiteral("\u2327"), QStringLiteral("NumLock")},
+        {QStringLiteral("\u2190"), QStringLiteral("Left")},
+        {QStringLiteral("\u2192"), QStringLiteral("Right")},
+        {QStringLiteral("\u2191"), QStringLiteral("Up")},
+        {QStringLiteral("\u2193"), QStringLiteral("Down")},
+        {QStringLiteral("\u2198"), QStringLiteral("End")},
+        {QStringLiteral("\u2196"), QStringLiteral("Home")},
+        {QStringLiteral("\u238B"), QStringLiteral("Esc")},
+        {QStringLiteral("\u21DF"), QStringLiteral("PgDown")},
+        {QStringLiteral("\u21DE"), QStringLiteral("PgUp")},
+        {QStringLiteral("\u21A9"), QStringLiteral("Return")},
+        {QStringLiteral("\u2305"), QStringLiteral("Enter")},
+        {QStringLiteral("\u21E5"), QStringLiteral("Tab")},
+        {QStringLiteral("?"), QStringLiteral("Ins")},
     };
     return table.value(key, key);
 }
@@ -159,15 +172,13 @@ QString SRStringForKeyCode(int keyCode)
 
 QString SRStringForCocoaModifierFlags(quint64 flags)
 {
+    // In the order this platform's menus write them (Qt's): Ctrl, Alt, Shift, Super.
+    static const std::pair<quint64, char16_t> symbols[] = {
+        {CocoaMask::Command, 0x2318}, {CocoaMask::Option, 0x2325}, {CocoaMask::Shift, 0x21E7}, {CocoaMask::Control, 0x2303}};
     QString s;
-    if (flags & CocoaMask::Control)
-        s += QChar(0x2303);
-    if (flags & CocoaMask::Option)
-        s += QChar(0x2325);
-    if (flags & CocoaMask::Shift)
-        s += QChar(0x21E7);
-    if (flags & CocoaMask::Command)
-        s += QChar(0x2318);
+    for (const auto &[mask, symbol] : symbols)
+        if (flags & mask)
+            s += SRLocalizedString(QString(QChar(symbol)));
     return s;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// Names of keys and modifier combinations: the symbols (⌃⌥⇧⌘F5) and readable forms
+// Names of keys and modifier combinations: the short forms (Ctrl+Shift+F5) and readable forms
 // (Ctrl + Alt + U) shown to the user, the two modifier-mask conventions and the conversions
 // between them, and the reverse lookup from a key's name to its virtual key code. Character
 // keys are named after the current keyboard layout.

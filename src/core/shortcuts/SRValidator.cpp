@@ -95,7 +95,8 @@ bool SRValidator::isKeyCodeAndFlagsTakenInMenu(int keyCode, quint32 carbonFlags,
             return true;
         if (item.keyEquivalent.isEmpty())
             continue;
-        if (item.keyEquivalent.toUpper() == SRStringForKeyCode(keyCode)
+        // Upper-cased on both sides: named keys (Del, PgUp) are written like Qt's menus write them.
+        if (item.keyEquivalent.toUpper() == SRStringForKeyCode(keyCode).toUpper()
             && cocoaAgreesWithCarbon(item.modifierFlags, carbonFlags)) {
             fill(error, SRStringForCarbonModifierFlagsAndKeyCode(carbonFlags, keyCode),
                  "The key combination \"%@\" can't be used because it's already used by the menu item \"%@\".",

@@ -20,8 +20,13 @@
 #undef explicit
 #include <xkbcommon/xkbcommon.h>
 
+#include <netdb.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <unistd.h>
 
 namespace tess {
@@ -94,7 +99,7 @@ bool XTestKeySink::lookup(quint32 keysym, KeyPress *press, bool withBindings) co
 {
     auto bound = m_bound.constFind(keysym);
     if (withBindings && bound != m_bound.constEnd()) {
-        *press = KeyPress{*bound, 0};
+        *press = *bound;
         return true;
     }
     xkb_keymap *keymap = m_layout->keymap();
@@ -144,6 +149,7 @@ void XTestKeySink::fake(quint8 keycode, bool press)
         m_pressed.insert(keycode);
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
+        m_estimateSinceChangeMicros += kReceiverMicrosPerKey;
     } else {
         m_pressed.remove(keycode);
     }
@@ -189,9 +195,20 @@ QString XTestKeySink::notReadyReason()
             held = keyName(m_layout->keymap(), m_layout->state(), quint8(k));
     }
     free(r);
-    if (held.isEmpty())
-        return {};
-    return QStringLiteral("%1 is still held down: nothing was typed.").arg(held);
+    if (!held.isEmpty())
+        return QStringLiteral("%1 is still held down: nothing was typed.").arg(held);
+    if (m_refuseOwnFocus) {
+        xcb_get_input_focus_reply_t *focus = xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr);
+        const xcb_window_t window = focus ? focus->focus : xcb_window_t(XCB_INPUT_FOCUS_POINTER_ROOT);
+        free(focus);
+        const xcb_setup_t *setup = xcb_get_setup(m_c);
+        if (window == XCB_NONE)
+            return QStringLiteral("No window has the keyboard focus: nothing was typed.");
+        if (window > XCB_INPUT_FOCUS_POINTER_ROOT && (window & ~setup->resource_id_mask) == setup->resource_id_base)
+            return QStringLiteral("The keyboard focus is on a Tessaline window, not on the browser: nothing was "
+                                  "typed. A longer page-load delay gives the browser time to come to the front.");
+    }
+    return {};
 }
 
 bool XTestKeySink::capsLocked(bool *ok) const
@@ -253,7 +270,7 @@ qint64 XTestKeySink::prepare(QStringView characters)
                             .arg(QString::fromUcs4(&cp, 1));
         return -1;
     }
-    return bind(missingKeysyms(characters, m_spare.size()));
+    return bind(missingKeysyms(characters, bindingPlaces()));
 }
 
 qint64 XTestKeySink::readyFor(QStringView upcoming)
@@ -268,13 +285,19 @@ qint64 XTestKeySink::readyFor(QStringView upcoming)
     if (sym == kNoSymbol || lookup(sym, &p))
         return 0;
     // The next batch, starting with this character.
-    return bind(missingKeysyms(upcoming, m_spare.size()));
+    return bind(missingKeysyms(upcoming, bindingPlaces()));
 }
 
 int XTestKeySink::spareKeycodeCount()
 {
     findSpareKeycodes();
     return int(m_spare.size());
+}
+
+int XTestKeySink::bindingPlaces()
+{
+    findSpareKeycodes();
+    return int(m_spare.size()) * levelsPerSpareKeycode();
 }
 
 bool XTestKeySink::findSpareKeycodes()
@@ -301,37 +324,52 @@ bool XTestKeySink::findSpareKeycodes()
 
 qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
 {
-    // The batch: the next characters without a key, as many as there are spare keycodes.
-    const QList<quint32> batch = keysyms.mid(0, m_spare.size());
-    QList<quint8> free, stale; // unbound keycodes first, then those bound to other characters
-    for (quint8 kc : std::as_const(m_spare)) {
-        const auto it = m_boundSym.constFind(kc);
-        if (it == m_boundSym.constEnd())
-            free.append(kc);
-        else if (!batch.contains(*it))
-            stale.append(kc);
+    // The batch: the next characters without a key, as many as there are places. A place is a
+    // spare keycode's first level, or its second (with Shift) once every first level is taken:
+    // fewer modifier presses, and no keycode ever has a second symbol without a first.
+    const int levels = levelsPerSpareKeycode();
+    const QList<quint32> batch = keysyms.mid(0, m_spare.size() * levels);
+    struct Place {
+        quint8 keycode;
+        int level;
+    };
+    QList<Place> places, stale; // free places first, then those bound to other characters
+    for (int level = 0; level < levels; ++level) {
+        for (quint8 kc : std::as_const(m_spare)) {
+            const quint32 sym = m_boundSym.value(kc, Pair{kNoSymbol, kNoSymbol})[std::size_t(level)];
+            if (sym == kNoSymbol)
+                places.append({kc, level});
+            else if (!batch.contains(sym))
+                stale.append({kc, level});
+        }
     }
-    free += stale;
-    QHash<quint8, quint32> wanted = m_boundSym;
+    places += stale;
+    QHash<quint8, Pair> wanted = m_boundSym;
     bool rebinds = false;
     for (quint32 sym : batch) {
         if (m_bound.contains(sym))
             continue;
-        const quint8 kc = free.takeFirst();
-        if (wanted.contains(kc)) {
-            wanted.remove(kc);
+        const Place place = places.takeFirst();
+        if (!wanted.contains(place.keycode))
+            wanted.insert(place.keycode, Pair{kNoSymbol, kNoSymbol});
+        quint32 &slot = wanted[place.keycode][std::size_t(place.level)];
+        if (slot != kNoSymbol)
             rebinds = true;
-        }
-        wanted.insert(kc, sym);
+        slot = sym;
     }
     if (wanted == m_boundSym)
         return 0;
     // A receiver that has not yet handled the notice of the current binding would read the new
     // one for keys sent under the old: wait until it has caught up. (Waiting only for the last
     // press of each keycode rebound lets a receiver slower than our estimate fall ever further
-    // behind; draining it at every rebinding keeps the estimate's error from piling up.)
+    // behind; draining it at every rebinding keeps the estimate's error from piling up. Nor is
+    // the receiver's own reading of the mapping a signal to rebind on: Chromium translates keys
+    // also through GTK, on a connection of its own that reads a new mapping out of step with
+    // the keys still queued on the first. Rebinding as soon as the focused window's client had
+    // read our last change, seen through the RECORD extension, lost characters to their
+    // keycode's previous binding.)
     if (rebinds) {
-        const qint64 safe = m_receiverDoneMicros + kReceiverMarginMicros - nowMicros();
+        const qint64 safe = m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - nowMicros();
         if (safe > 0)
             return safe;
     }
@@ -340,7 +378,7 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
     return kSettleMicros;
 }
 
-bool XTestKeySink::writeMapping(const QHash<quint8, quint32> &symbols)
+bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
 {
     // Keycodes bound or unbound now, and those bound before: the range the request covers.
     QSet<quint8> touched;
@@ -370,13 +408,16 @@ bool XTestKeySink::writeMapping(const QHash<quint8, quint32> &symbols)
             syms[std::size_t(i * per + j)] = current[i * serverPer + j];
     free(map);
     for (quint8 kc : std::as_const(touched)) {
-        const quint32 sym = symbols.value(kc, kNoSymbol);
+        const Pair pair = symbols.value(kc, Pair{kNoSymbol, kNoSymbol});
+        // A symbol alone goes on both levels: else the server would give a letter's second
+        // level its capital.
+        const quint32 second = pair[1] != kNoSymbol ? pair[1] : pair[0];
         for (int j = 0; j < per; ++j)
-            syms[std::size_t((kc - low) * per + j)] = j < 2 ? sym : kNoSymbol;
+            syms[std::size_t((kc - low) * per + j)] = j == 0 ? pair[0] : j == 1 ? second : kNoSymbol;
     }
     // Noted before the change: a crash from here on is undone by the next run.
     if (!symbols.isEmpty()) {
-        QSaveFile record(bindingRecordPath());
+        QSaveFile record(bindingRecordPath(m_c));
         if (record.open(QIODevice::WriteOnly)) {
             QByteArray text = QByteArray::number(qint64(::getpid()));
             for (quint8 kc : std::as_const(m_spare))
@@ -391,12 +432,17 @@ bool XTestKeySink::writeMapping(const QHash<quint8, quint32> &symbols)
         free(error);
         return false;
     }
+    m_estimateSinceChangeMicros = 0;
     m_boundSym = symbols;
     m_bound.clear();
-    for (auto it = symbols.cbegin(); it != symbols.cend(); ++it)
-        m_bound.insert(it.value(), it.key());
+    for (auto it = symbols.cbegin(); it != symbols.cend(); ++it) {
+        if (it.value()[0] != kNoSymbol)
+            m_bound.insert(it.value()[0], KeyPress{it.key(), 0});
+        if (it.value()[1] != kNoSymbol)
+            m_bound.insert(it.value()[1], KeyPress{it.key(), quint8(1u << kShift)});
+    }
     if (symbols.isEmpty())
-        QFile::remove(bindingRecordPath());
+        QFile::remove(bindingRecordPath(m_c));
     return true;
 }
 
@@ -411,19 +457,45 @@ void XTestKeySink::restoreBindings()
     xcb_flush(m_c);
 }
 
-QString XTestKeySink::bindingRecordPath()
+QString XTestKeySink::displayOf(xcb_connection_t *connection)
+{
+    sockaddr_storage peer{};
+    socklen_t length = sizeof peer;
+    if (getpeername(xcb_get_file_descriptor(connection), reinterpret_cast<sockaddr *>(&peer), &length) != 0)
+        return {};
+    if (peer.ss_family == AF_UNIX) {
+        // "/tmp/.X11-unix/X91", or the same name in the abstract namespace (a leading NUL).
+        const auto *un = reinterpret_cast<const sockaddr_un *>(&peer);
+        QByteArray path(un->sun_path, std::max<qsizetype>(0, qsizetype(length) - qsizetype(offsetof(sockaddr_un, sun_path))));
+        if (path.startsWith('\0'))
+            path.remove(0, 1);
+        if (const qsizetype end = path.indexOf('\0'); end >= 0)
+            path.truncate(end);
+        const qsizetype x = path.lastIndexOf("/X");
+        return x < 0 ? QString() : u':' + QString::fromLatin1(path.mid(x + 2));
+    }
+    char host[NI_MAXHOST], service[NI_MAXSERV];
+    if (getnameinfo(reinterpret_cast<sockaddr *>(&peer), length, host, sizeof host, service, sizeof service,
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+        return {};
+    return QStringLiteral("%1:%2").arg(QString::fromLatin1(host)).arg(QByteArray(service).toInt() - 6000);
+}
+
+QString XTestKeySink::bindingRecordPath(xcb_connection_t *connection)
 {
     QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     if (dir.isEmpty())
         dir = QDir::tempPath();
-    QString display = qEnvironmentVariable("DISPLAY");
+    QString display = displayOf(connection);
+    if (display.isEmpty())
+        display = qEnvironmentVariable("DISPLAY");
     display.replace(u'/', u'_');
     return dir + QStringLiteral("/tessaline-keys-%1").arg(display);
 }
 
 void XTestKeySink::restoreLeftByCrash()
 {
-    QFile record(bindingRecordPath());
+    QFile record(bindingRecordPath(m_c));
     if (!record.open(QIODevice::ReadOnly))
         return;
     const QList<QByteArray> fields = record.readAll().simplified().split(' ');
@@ -436,12 +508,12 @@ void XTestKeySink::restoreLeftByCrash()
         bool ok = false;
         const int kc = fields[i].toInt(&ok);
         if (ok && kc >= m_minKeycode && kc <= m_maxKeycode)
-            m_boundSym.insert(quint8(kc), kNoSymbol);
+            m_boundSym.insert(quint8(kc), Pair{kNoSymbol, kNoSymbol});
     }
     writeMapping({});
     m_boundSym.clear();
     m_bound.clear();
-    QFile::remove(bindingRecordPath());
+    QFile::remove(bindingRecordPath(m_c));
     xcb_flush(m_c);
 }
 

@@ -3,8 +3,8 @@
 //
 // A character with a key on the active layout group is typed with that key and the modifiers
 // its level needs. Any other character (é on a US layout, €, emoji, CJK) is typed on a spare
-// keycode bound to its keysym, in batches when there are more such characters than spare
-// keycodes. Each typing step releases Caps Lock and puts it back as it found it; typing waits
+// keycode bound to its keysym, two to a keycode (the second with Shift), in batches when there
+// are more such characters than places. Each typing step releases Caps Lock and puts it back as it found it; typing waits
 // until the user has let go of every key.
 
 #include "platform/KeySink.h"
@@ -15,6 +15,7 @@
 #include <QSet>
 #include <QTimer>
 
+#include <array>
 #include <vector>
 
 struct xcb_connection_t;
@@ -37,7 +38,18 @@ public:
     // How long a receiver may take per key, at its slowest, when we estimate how far behind it
     // is (Chromium takes 1 to 1.7 ms), and the margin added to that estimate.
     static constexpr qint64 kReceiverMicrosPerKey = 2500;
+    // At least; a rebinding also waits as long again as the estimate for the keys sent since
+    // the last change, so that a receiver up to twice as slow as estimated (a loaded machine)
+    // has caught up: with a margin of 150 ms alone, Chromium on a machine with a load of 14
+    // read one character of 10,000 with its keycode's previous binding.
     static constexpr qint64 kReceiverMarginMicros = 150000;
+
+    // Whether typing waits, and then refuses, while a window of the connection's own client
+    // has the keyboard focus (or no window has it). The application's logins are meant for
+    // another program's window: keys typed into its own windows, which take no input while a
+    // login runs, would be lost without a word (a page-load delay too short for the browser
+    // to come to the front).
+    void setRefuseOwnFocus(bool on) { m_refuseOwnFocus = on; }
 
     void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override;
     void setClipboard(const QString &text) override;
@@ -48,15 +60,22 @@ public:
     void cancel() override;
     QString failureReason() const override;
 
-    // The bindings made for characters without a key (for tests).
-    int spareKeycodesInUse() const { return int(m_bound.size()); }
+    // The spare keycodes bound to characters without a key (for tests).
+    int spareKeycodesInUse() const { return int(m_boundSym.size()); }
     // The keycodes with no symbol that bindings may use.
     int spareKeycodeCount();
+    // How many characters without a key can be bound at once: two on each spare keycode.
+    int bindingPlaces();
     void restoreBindings();
-    // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash.
-    static QString bindingRecordPath();
+    // Where a run notes the keycodes it bound, so that the next run can unbind them after a crash:
+    // named after the display the connection is connected to, whatever $DISPLAY says.
+    static QString bindingRecordPath(xcb_connection_t *connection);
+    // That display (":91", "host:0"), read from the connection's socket; empty if unknown.
+    static QString displayOf(xcb_connection_t *connection);
 
 private:
+    // A spare keycode's two symbols: without and with Shift (0, NoSymbol, when unbound).
+    using Pair = std::array<quint32, 2>;
     struct KeyPress {
         quint8 keycode = 0;
         quint8 mods = 0; // real modifier mask the level needs
@@ -75,7 +94,8 @@ private:
     // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
     qint64 bind(const QList<quint32> &keysyms);
     bool findSpareKeycodes();
-    bool writeMapping(const QHash<quint8, quint32> &symbols);
+    bool writeMapping(const QHash<quint8, Pair> &symbols);
+    int levelsPerSpareKeycode() const { return m_modifierKeycodes[0].empty() ? 1 : 2; }
     bool capsLocked(bool *ok = nullptr) const;
     void tapCapsLock();
     void restoreLeftByCrash();
@@ -87,17 +107,20 @@ private:
     quint8 m_minKeycode = 8, m_maxKeycode = 255;
     std::vector<quint8> m_modifierKeycodes[8]; // per real modifier
     QList<quint8> m_spare;                     // keycodes with no symbol of their own
-    QHash<quint32, quint8> m_bound;            // keysym -> spare keycode
-    QHash<quint8, quint32> m_boundSym;         // spare keycode -> keysym
+    QHash<quint32, KeyPress> m_bound;          // keysym -> spare keycode and the Shift it needs
+    QHash<quint8, Pair> m_boundSym;            // spare keycode -> its symbols
     QSet<quint8> m_pressed;                    // keys we hold down now
     QList<quint8> m_heldForFlags;
     bool m_inStep = false;
+    bool m_refuseOwnFocus = false;
     bool m_capsAtStart = false;
     char16_t m_highSurrogate = 0;
     QString m_failure;
     QElapsedTimer m_clock;
     // When the receiver should have handled every key sent so far, at its slowest.
     qint64 m_receiverDoneMicros = 0;
+    // The estimate for the keys sent since the last keymap change.
+    qint64 m_estimateSinceChangeMicros = 0;
     QTimer m_restoreTimer;
 };
 
