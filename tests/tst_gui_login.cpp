@@ -41,7 +41,7 @@ namespace {
 EntryList sites()
 {
     EntryList list;
-    for (const QString name : {QStringLiteral("Bank"), QStringLiteral("Mail"), QStringLiteral("Shop")})
+    for (const QString &name : {QStringLiteral("Bank"), QStringLiteral("Mail"), QStringLiteral("Shop")})
         list.append(Entry{{EntryKey::Path, name}, {EntryKey::URL, QStringLiteral("https://%1.example").arg(name.toLower())},
                           {EntryKey::Password, QString(QStringLiteral("pw-") + name)}});
     return list;

@@ -67,7 +67,7 @@ void closeAsTheWindowManagerWould(QWidget *w)
     xcb_connection_t *c = x11->connection();
     auto atom = [c](const char *name) {
         xcb_intern_atom_reply_t *r = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, quint16(strlen(name)), name), nullptr);
-        const xcb_atom_t a = r ? r->atom : XCB_ATOM_NONE;
+        const xcb_atom_t a = r ? r->atom : xcb_atom_t(XCB_ATOM_NONE);
         free(r);
         return a;
     };

@@ -196,6 +196,16 @@ PasswordFile::OpenResult PasswordFile::open(KeychainUse use, Writes writes)
     }
     m_writeable = ::access(QFile::encodeName(m_packagePath).constData(), W_OK) == 0;
 
+    // No password decrypts a file cut short: say it is damaged rather than ask for one again
+    // and again.
+    const QFileInfo dataInfo(m_dataPath);
+    if (!newFile && dataInfo.isFile() && !QWCrypt::isCipherLength(dataInfo.size())) {
+        m_damage = QStringLiteral("its data is cut short");
+        close();
+        m_delegate->showMessage(kNotAPasswordFile);
+        return OpenResult::Damaged;
+    }
+
     bool opened = false;
     if (!newFile && use == KeychainUse::Password) {
         const int status = m_crypt->getPasswordFromKeychain();

@@ -125,7 +125,7 @@ QByteArray QWCrypt::doCrypt(const QByteArray &data, bool encrypt) const
         out.append(pad, char(pad));
         ok = !gcry_cipher_encrypt(h, out.data(), size_t(out.size()), nullptr, 0);
     } else if (ok) {
-        ok = data.size() >= kBlock && data.size() % kBlock == 0;
+        ok = isCipherLength(data.size());
         if (ok) {
             out = data;
             ok = !gcry_cipher_decrypt(h, out.data(), size_t(out.size()), nullptr, 0);
@@ -147,6 +147,11 @@ QByteArray QWCrypt::doCrypt(const QByteArray &data, bool encrypt) const
     if (out.isNull())
         out = QByteArray(""); // an empty plaintext is a result, not a failure
     return out;
+}
+
+bool QWCrypt::isCipherLength(qint64 size)
+{
+    return size >= kBlock && size % kBlock == 0;
 }
 
 bool QWCrypt::encrypt(const QByteArray &plaintext, const QString &path)

@@ -44,6 +44,8 @@ public:
     // One AES-256-CBC operation with PKCS#7 padding; a null array on failure (bad padding:
     // the wrong key).
     QByteArray doCrypt(const QByteArray &data, bool encrypt) const;
+    // Whether this many bytes can be encrypted data at all: whole blocks, at least one.
+    static bool isCipherLength(qint64 size);
 
     QString theFramis() const { return m_framis; }
     QString program() const { return m_program; }
