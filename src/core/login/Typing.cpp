@@ -292,8 +292,8 @@ void KeyScriptPlayer::step()
             ++m_next;
             m_lastKeyMicros = nowMicros() + a.micros;
             if (a.micros > 0) {
+                schedule(a.micros); // first: the pause runs from here, however long getting ready takes
                 prepareAhead();
-                schedule(a.micros);
                 return;
             }
             break;
