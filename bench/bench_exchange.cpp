@@ -1,6 +1,7 @@
 // Importing and exporting 10,000 records: the parser and mapping the import dialog runs, the
 // whole tessaline-cli import (open, parse, map, save), the export, and the generator.
 
+#include "BenchHome.h"
 #include "core/exchange/Export.h"
 #include "core/exchange/Import.h"
 #include "core/generator/GeneratePassword.h"
@@ -16,8 +17,6 @@
 using namespace tess;
 
 namespace {
-
-testsupport::ScopedHome *gHome = nullptr;
 
 // Records as a browser exports them, with quotes, non-ASCII text and a header line.
 QByteArray csvOf(int n)
@@ -62,15 +61,15 @@ BENCHMARK(BM_ImportDialogPath)->Arg(10000)->Unit(benchmark::kMillisecond);
 // The whole command, from a fresh copy of a 1,000-entry package each time.
 void BM_ImportCli(benchmark::State &state)
 {
-    const QString csv = gHome->path() + "/in.csv";
+    const QString csv = bench::benchHome() + "/in.csv";
     testsupport::writeBytes(csv, csvOf(int(state.range(0))));
-    const QString original = gHome->path() + "/original.qvm";
+    const QString original = bench::benchHome() + "/original.qvm";
     testsupport::makePackage(original, "password", testsupport::sampleEntries(1000));
     const QString cli = QCoreApplication::applicationDirPath() + "/../tessaline-cli";
     int round = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        const QString pkg = gHome->path() + QStringLiteral("/import-%1.qvm").arg(round++);
+        const QString pkg = bench::benchHome() + QStringLiteral("/import-%1.qvm").arg(round++);
         QDir().mkpath(pkg);
         for (const QString &f : QDir(original).entryList(QDir::Files))
             QFile::copy(original + "/" + f, pkg + "/" + f);
@@ -108,11 +107,5 @@ BENCHMARK(BM_GeneratePassword)->Arg(16)->Arg(47);
 
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
-    testsupport::ScopedHome home;
-    gHome = &home;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::runInScratchHome(argc, argv);
 }

@@ -1,6 +1,7 @@
 // Opening and saving password files of 1,000 to 100,000 entries, one key derivation, and one
 // search step over 100,000 entries.
 
+#include "BenchHome.h"
 #include "core/entries/EntryList.h"
 #include "core/entries/Search.h"
 #include "core/storage/PasswordFile.h"
@@ -16,11 +17,9 @@ using namespace tess;
 
 namespace {
 
-testsupport::ScopedHome *gHome = nullptr;
-
 QString packageWith(int n)
 {
-    const QString path = gHome->path() + QStringLiteral("/bench-%1.qvm").arg(n);
+    const QString path = bench::benchHome() + QStringLiteral("/bench-%1.qvm").arg(n);
     if (!QFileInfo::exists(path))
         testsupport::makePackage(path, QStringLiteral("password"), testsupport::sampleEntries(n), {QStringLiteral("Site 00001")});
     return path;
@@ -110,10 +109,5 @@ BENCHMARK(BM_SearchStep)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)
 {
-    testsupport::ScopedHome home;
-    gHome = &home;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::runInScratchHome(argc, argv);
 }

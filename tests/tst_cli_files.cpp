@@ -18,6 +18,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <QFileInfo>
@@ -398,6 +399,21 @@ private Q_SLOTS:
         const QByteArray help = cli({"--help"}).out;
         for (const char *text : {"JSON", "Infinity", "NaN", "decimal point"})
             QVERIFY2(help.contains(text), text);
+    }
+
+    // The help's list of exit statuses names each status once, in order, ending with the last.
+    void helpListsEachExitStatusOnce()
+    {
+        const QString help = QString::fromUtf8(cli({"--help"}).out).simplified();
+        const qsizetype from = help.indexOf("Exit status:");
+        QVERIFY(from >= 0);
+        const QString statuses = help.mid(from);
+        QList<int> codes;
+        for (const QRegularExpressionMatch &m : QRegularExpression(R"((?:: |; )(\d) )").globalMatch(statuses))
+            codes.append(m.captured(1).toInt());
+        QCOMPARE(codes, (QList<int>{0, 1, 2, 3, 4, 5, 6, 7}));
+        QVERIFY(statuses.contains("5 import: some records were left over;"));
+        QVERIFY(statuses.endsWith("interrupted)."));
     }
 
     void doubleDashEndsTheOptions()

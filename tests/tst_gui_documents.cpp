@@ -646,6 +646,73 @@ private Q_SLOTS:
         QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
     }
 
+    // Rows without a website (no globe to click) are rows like any other for the arrow keys.
+    void theArrowKeysSelectEveryRow()
+    {
+        MyDocument *doc = openActive("Arrows"); // Bank has a website, Mail and Shop none
+        QVERIFY(doc);
+        doc->passwordTable->setFocus();
+        QTRY_VERIFY(doc->passwordTable->hasFocus());
+        QVERIFY(doc->passwordTable->selectedRows().isEmpty());
+        auto press = [doc](const QString &key, int row) {
+            if (QTest::currentTestFailed())
+                return;
+            pressKeys({key});
+            QVERIFY2(doc->passwordTable->selectedRows() == QList<int>{row}, qPrintable(key + " did not select row " + QString::number(row)));
+        };
+        press("Down", 0);
+        press("Down", 1);
+        press("Down", 2);
+        press("Up", 1);
+        QVERIFY(gWebsiteItem && entryName(*gWebsiteItem.get()) == u"Mail");
+        // From a row the program selected (as a save or a search does), the keys go on.
+        selectByName(doc, "Shop");
+        press("Up", 1);
+        press("Home", 0);
+        press("End", 2);
+        // A click on the empty globe of a row without a website opens nothing but selects it.
+        const QRect cell = doc->passwordTable->visualRect(doc->passwordTable->model()->index(1, 0));
+        clickMouse(doc->passwordTable->viewport()->mapToGlobal(cell.center()));
+        QTRY_COMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
+    }
+
+    // After the editor closes, whichever way, the arrow keys go on in the list.
+    void theKeyboardIsBackInTheListWhenTheEditorCloses()
+    {
+        MyDocument *doc = openActive("Keyboard");
+        QVERIFY(doc);
+        doc->passwordTable->setFocus();
+        QTRY_VERIFY(doc->passwordTable->hasFocus());
+        const QList<QPair<QStringList, QString>> ways{{{"ctrl+shift+n"}, "Added"},   // Add, saved with Return
+                                                       {{"Home", "Return"}, "Renamed"}, // Return on a row, saved
+                                                       {{"ctrl+e"}, ""}};             // View/Edit, Escape
+        for (const auto &[open, name] : ways) {
+            ModalResponder r; // the editor runs modally: it is answered from inside its loop
+            r.then([doc, name = name](QWidget *) {
+                QTRY_VERIFY(doc->pwDataCalloutView->nameText->hasFocus());
+                if (!name.isEmpty())
+                    typeText(name);
+                pressKeys({name.isEmpty() ? "Escape" : "Return"});
+            });
+            pressKeys(open);
+            QTRY_VERIFY(r.done());
+            QTRY_VERIFY(!doc->callout);
+            QTest::qWait(50); // the deferred save
+            QTRY_VERIFY2(doc->passwordTable->hasFocus(), qPrintable(open.join(' ') + " left the focus on " +
+                                                                   (QApplication::focusWidget() ? QApplication::focusWidget()->metaObject()->className() : QString("nothing"))));
+        }
+        QCOMPARE(entryNames(doc->file().passwordArray()), (QStringList{"Bank", "Mail", "Renamed", "Shop"})); // Home went to Added
+        pressKeys({"Down"});
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{1});
+        // Duplicating leaves nothing selected; the keyboard stays in the list all the same.
+        pressKeys({"ctrl+d"});
+        QTRY_COMPARE(doc->file().passwordArray().size(), 5);
+        QTest::qWait(50);
+        QVERIFY2(doc->passwordTable->hasFocus(), QApplication::focusWidget() ? QApplication::focusWidget()->metaObject()->className() : "nothing");
+        pressKeys({"Down"});
+        QCOMPARE(doc->passwordTable->selectedRows(), QList<int>{0});
+    }
+
     void aSearchThatFindsNothingSaysSoAndEscapeGivesItUp()
     {
         MyDocument *doc = openActive("NotFound");

@@ -11,6 +11,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 
 using namespace tess;
@@ -139,6 +140,56 @@ private Q_SLOTS:
                   {"Name", "Value"});
         k.table.setObjectValue(QString("2"), 1, 1);
         QCOMPARE(k.array, (QVariantList{QVariantMap{{"Name", "a"}, {"Value", "1"}}, QVariantMap{{"Name", ""}, {"Value", "2"}}}));
+    }
+
+    void anInCellEditClosesItsOwnEditor()
+    {
+        // Storing an edit moves the row to its sorted place; the editor that typed it must
+        // still be the view's when the view closes it.
+        QTest::failOnWarning(QRegularExpression("closeEditor called with an editor that does not belong to this view"));
+        QWidget window;
+        Fixture f({{"Name", "Name"}}, strings({"b", "d"}), {});
+        f.table.setParent(&window);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        f.table.setFocus();
+        f.table.selectRowAlone(1);
+        QTest::keyClick(&f.table, Qt::Key_F2);
+        QTRY_VERIFY(QApplication::focusWidget() != &f.table);
+        QWidget *editor = QApplication::focusWidget();
+        QTest::keyClick(editor, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(editor, "a");
+        QTest::keyClick(editor, Qt::Key_Return);
+        QTRY_COMPARE(f.array, strings({"a", "b"}));
+        QTRY_COMPARE(QApplication::focusWidget(), &f.table); // the editor is gone
+        QCOMPARE(f.table.selectedRows(), QList<int>{0});
+        QCOMPARE(f.changes, 1);
+        // Escape drops what was typed.
+        QTest::keyClick(&f.table, Qt::Key_F2);
+        QTRY_VERIFY(QApplication::focusWidget() != &f.table);
+        QTest::keyClicks(QApplication::focusWidget(), "zzz");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QTRY_COMPARE(QApplication::focusWidget(), &f.table);
+        QTest::qWait(50);
+        QCOMPARE(f.array, strings({"a", "b"}));
+        QCOMPARE(f.changes, 1);
+
+        // Add while a cell is being typed in: the typing is kept, and the new row's editor
+        // stays open for its name.
+        f.table.selectRowAlone(1);
+        QTest::keyClick(&f.table, Qt::Key_F2);
+        QTRY_VERIFY(QApplication::focusWidget() != &f.table);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(QApplication::focusWidget(), "c");
+        f.table.addEntryToTable();
+        QTest::qWait(50);
+        QCOMPARE(f.array, strings({"a", "c", ""}));
+        QCOMPARE(f.table.selectedRows(), QList<int>{2});
+        QWidget *newRowEditor = QApplication::focusWidget();
+        QVERIFY(newRowEditor && newRowEditor != &f.table);
+        QTest::keyClicks(newRowEditor, "d");
+        QTest::keyClick(newRowEditor, Qt::Key_Return);
+        QTRY_COMPARE(f.array, strings({"a", "c", "d"}));
     }
 
     void deletionSelectsTheRowThatFollowed()

@@ -7,6 +7,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tess::cli {
@@ -87,11 +88,16 @@ bool parseImportOptions(QStringList &args, ImportRequest *request)
         {QStringLiteral("password"), ImportField::Password}, {QStringLiteral("notes"), ImportField::Notes},
         {QStringLiteral("skip"), ImportField::None}};
     const QStringList names = list.split(u',');
-    if (names.size() > kImportColumns) {
-        error(QStringLiteral("--columns names at most %1 columns").arg(kImportColumns));
+    if (names.size() > kImportColumnsMax) {
+        error(QStringLiteral("--columns names at most %1 columns").arg(kImportColumnsMax));
         return false;
     }
     request->columns = ImportColumns::initial({});
+    // More than nine columns named: that many fields are read (the dialog reads nine), so a
+    // file whose password stands in the tenth column or later can still be imported.
+    request->options.maxFields = std::max<int>(kImportColumns, int(names.size()));
+    request->columns.fields.resize(request->options.maxFields, ImportField::None);
+    request->columns.ticked.resize(request->options.maxFields, false);
     for (qsizetype i = 0; i < names.size(); ++i) {
         const QString name = names[i].trimmed();
         if (!fields.contains(name)) {

@@ -40,11 +40,16 @@ Password files (FILE.qvm is the package folder):
                                  only); OUT.csv "-" writes to standard output
   import FILE.qvm IN.csv [--separator tab|comma|semicolon] [--columns LIST]
                 [--skip-first-line] [--quotes standard]
-                                 add one entry per line of a UTF-8 text file (separator
-                                 default comma). LIST names the field of each column, in
-                                 order: name, url, user1, user2, password, notes or skip
-                                 (default name,url,user1,password,notes). The line
-                                 "Title,URL,Username,Password,Notes" is skipped;
+                                 add one entry per line of a UTF-8 text file. The separator
+                                 is comma unless given: export writes commas, so a file
+                                 from export imports back as it is (the dialog starts on
+                                 tab, as text copied from a spreadsheet is). LIST names the
+                                 field of each column, in order: name, url, user1, user2,
+                                 password, notes or skip (default name,url,user1,password,
+                                 notes; an export's sixth column, the second user ID, needs
+                                 name,url,user1,password,notes,user2). Nine columns are
+                                 read, as in the dialog, unless LIST names more (up to 64).
+                                 The line "Title,URL,Username,Password,Notes" is skipped;
                                  --skip-first-line skips the first line whatever it holds.
                                  Fields in double quotes may hold the separator and line
                                  breaks; a doubled quote inside is read as this program's
@@ -53,7 +58,11 @@ Password files (FILE.qvm is the package folder):
                                  spaces become one space; fields are cut at 8191 characters.
                                  Taken names get a number. Records that cannot be imported
                                  (no name, too few fields) are printed; all or nothing is
-                                 saved
+                                 saved. Other programs' files, for example:
+                                   a browser's: --skip-first-line --quotes standard
+                                   Bitwarden's (the password in the tenth column):
+                                   --skip-first-line --quotes standard --columns
+                                   skip,skip,skip,name,notes,skip,skip,url,user1,password
   generate [--length N] [--no-specials] [--count K]
                                  print K (default 1) random passwords of N characters
                                  (default 8, from 4 to 47; 3 to 47 with --no-specials)
@@ -142,7 +151,6 @@ int main(int argc, char **argv)
     } else {
         application = std::make_unique<QCoreApplication>(argc, argv);
     }
-    QCoreApplication &app = *application;
     QCoreApplication::setApplicationName(QStringLiteral("tessaline-cli"));
     // Decoded here rather than by QCoreApplication, which drops a leading U+FEFF of each.
     QStringList args;

@@ -26,6 +26,17 @@ CXAttachedWindow::CXAttachedWindow(QWidget *view, QWidget *window, QPoint leftAn
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12 + kArrowHeight, 12, 12);
     layout->addWidget(view);
+    // Attached: it goes where the window goes, also when the window manager places or moves
+    // the window after the callout was shown.
+    if (window)
+        window->window()->installEventFilter(this);
+}
+
+bool CXAttachedWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (m_window && watched == m_window->window() && isVisible() && (event->type() == QEvent::Move || event->type() == QEvent::Resize))
+        place();
+    return QDialog::eventFilter(watched, event);
 }
 
 void CXAttachedWindow::place()
@@ -33,7 +44,9 @@ void CXAttachedWindow::place()
     if (!m_window)
         return;
     adjustSize();
-    const QPoint anchor = m_window->mapToGlobal(m_leftAnchor);
+    // In the coordinates move() takes, those of the window's geometry: asked of the X server
+    // instead (mapToGlobal), a callout freshly shown can be seen at the screen's corner.
+    const QPoint anchor = m_window->isWindow() ? m_window->geometry().topLeft() + m_leftAnchor : m_window->mapToGlobal(m_leftAnchor);
     const QScreen *onScreen = QGuiApplication::screenAt(anchor);
     if (!onScreen)
         onScreen = m_window->screen() ? m_window->screen() : QGuiApplication::primaryScreen();
@@ -66,6 +79,8 @@ void CXAttachedWindow::resizeEvent(QResizeEvent *event)
 void CXAttachedWindow::detach()
 {
     hide();
+    if (m_window)
+        m_window->window()->removeEventFilter(this);
     m_window = nullptr;
 }
 

@@ -76,6 +76,10 @@ int GeneratorCallout::generatePassword(EntryEditor *editor)
 
     auto *callout = new CXAttachedWindow(view, window, QPoint(r.x(), y), QPoint(r.right(), y), 0);
     callout->setWindowTitle(QStringLiteral("Generate Password"));
+    // Made the default again now that it is inside the dialog (set while it was not, it would
+    // not count, and the dialog would make Cancel the default): Return means OK.
+    view->okButton->setDefault(false);
+    view->okButton->setDefault(true);
     connect(view->okButton, &QPushButton::clicked, callout, [callout] { callout->done(1); });
     connect(view->cancelButton, &QPushButton::clicked, callout, [callout] { callout->done(0); });
     view->passwordLengthPopup->setFocus();
@@ -107,6 +111,7 @@ void GeneratorCallout::actuallyGeneratePassword(EntryEditor *editor, const QDate
         editor->notesText->ensureCursorVisible();
     }
     editor->passwordText->setText(password);
+    editor->passwordText->setCursorPosition(0); // shown from its first character
     editor->hideBullets();
 }
 

@@ -15,6 +15,7 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -112,8 +113,8 @@ ImportDialog::ImportDialog(QWidget *parent)
 
     importPasswordDataNote = new QLabel(QStringLiteral(
         "Each line of the file is one record. Tick the columns to import, and drag a column's title over the "
-        "column of the file that holds that field: the tick goes to where it is dropped. The Name column is "
-        "always imported."));
+        "column of the file that holds that field (or carry it there with Ctrl and the arrow keys): the tick "
+        "goes to where it is dropped. The Name column is always imported."));
     importPasswordDataNote->setWordWrap(true);
     importPasswordDataErrorMsg = new QLabel(QStringLiteral(
         "These records were not imported: they have no name, or fewer fields than the columns ticked."));
@@ -133,8 +134,8 @@ ImportDialog::ImportDialog(QWidget *parent)
         separators->addWidget(b);
     }
     separators->addSpacing(24);
-    skipFirstLineSwitch = new QCheckBox(QStringLiteral("Skip the first line"));
-    standardQuotesSwitch = new QCheckBox(QStringLiteral("Standard quotes"));
+    skipFirstLineSwitch = new QCheckBox(QStringLiteral("S&kip the first line"));
+    standardQuotesSwitch = new QCheckBox(QStringLiteral("Standard &quotes"));
     standardQuotesSwitch->setToolTip(QStringLiteral("A doubled quote inside a quoted field is one quote, as in files "
                                                     "that browsers and other password managers export."));
     separators->addWidget(skipFirstLineSwitch);
@@ -195,7 +196,13 @@ ImportDialog::ImportDialog(QWidget *parent)
     connect(importPasswordDataRadioButtons, &QButtonGroup::idClicked, this, &ImportDialog::importPasswordDataRadioButtonsChanged);
     connect(skipFirstLineSwitch, &QCheckBox::toggled, this, &ImportDialog::importPasswordDataRadioButtonsChanged);
     connect(standardQuotesSwitch, &QCheckBox::toggled, this, &ImportDialog::importPasswordDataRadioButtonsChanged);
-    connect(header, &QHeaderView::sectionMoved, this, [this](int, int, int newPosition) { columnMoved(newPosition); });
+    connect(header, &QHeaderView::sectionMoved, this, [this](int, int, int newPosition) {
+        if (m_carriedTo < 0)
+            columnMoved(newPosition);
+        else
+            m_carriedTo = newPosition; // ticked once dropped
+    });
+    importPasswordDataHeaderTable->installEventFilter(this);
     connect(header, &QHeaderView::sectionResized, this, &ImportDialog::syncColumnWidths);
     connect(m_header, &QAbstractItemModel::dataChanged, this, [this] {
         // A tick is not a selection that stays.
@@ -367,6 +374,49 @@ bool ImportDialog::setTicked(int position, bool on)
 void ImportDialog::moveColumn(int from, int to)
 {
     importPasswordDataHeaderTable->horizontalHeader()->moveSection(from, to);
+}
+
+bool ImportDialog::eventFilter(QObject *watched, QEvent *event)
+{
+    // The keyboard's drag: Ctrl+Left and Ctrl+Right carry the current column's title, and
+    // letting go of Ctrl drops it, which ticks where it lands, as a drop of the mouse does.
+    if (watched != importPasswordDataHeaderTable)
+        return QDialog::eventFilter(watched, event);
+    QHeaderView *header = importPasswordDataHeaderTable->horizontalHeader();
+    if (event->type() == QEvent::FocusIn && !importPasswordDataHeaderTable->currentIndex().isValid()) {
+        // Reached by Tab: on the first tick box that can change. The table's own start, the
+        // Name's box, cannot, and the arrow keys would never leave it.
+        for (int p = 0; p < kImportColumns; ++p) {
+            const QModelIndex at = m_header->index(0, header->logicalIndex(p));
+            if (m_header->flags(at) & Qt::ItemIsEnabled) {
+                importPasswordDataHeaderTable->setCurrentIndex(at);
+                break;
+            }
+        }
+    } else if (event->type() == QEvent::KeyPress) {
+        auto *key = static_cast<QKeyEvent *>(event);
+        const int step = key->key() == Qt::Key_Left ? -1 : key->key() == Qt::Key_Right ? 1 : 0;
+        if (step != 0 && key->modifiers() == Qt::ControlModifier) {
+            const int column = importPasswordDataHeaderTable->currentIndex().isValid() ? importPasswordDataHeaderTable->currentIndex().column()
+                                                                                        : header->logicalIndex(0);
+            const int from = header->visualIndex(column);
+            const int to = from + step;
+            if (to >= 0 && to < kImportColumns) {
+                if (m_carriedTo < 0)
+                    m_carriedFrom = from;
+                m_carriedTo = from;
+                header->moveSection(from, to);
+                importPasswordDataHeaderTable->setCurrentIndex(m_header->index(0, column));
+            }
+            return true;
+        }
+    } else if ((event->type() == QEvent::KeyRelease && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Control)
+               || event->type() == QEvent::FocusOut) {
+        // Put back where it was taken from, it was not moved.
+        if (const int dropped = std::exchange(m_carriedTo, -1); dropped >= 0 && dropped != m_carriedFrom)
+            columnMoved(dropped);
+    }
+    return QDialog::eventFilter(watched, event);
 }
 
 void ImportDialog::columnMoved(int newPosition)

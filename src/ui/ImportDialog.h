@@ -67,6 +67,9 @@ public:
     QLabel *importPasswordDataErrorMsg;
     QProgressBar *importProgress;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     class HeaderModel;
     class RecordsModel;
@@ -77,6 +80,9 @@ private:
     RecordsModel *m_records;
     QString passwordDataFileContents;
     bool m_showingResult = false;
+    // A title carried by Ctrl+arrow keys: where it stands until Ctrl is let go, or -1.
+    int m_carriedTo = -1;
+    int m_carriedFrom = -1;
 };
 
 } // namespace tess

@@ -202,7 +202,7 @@ void MyDocument::buildWindow()
     connect(searchField, &QLineEdit::textChanged, this, searchTextChanged);
     searchTextChanged();
     connect(passwordTable, &QAbstractItemView::clicked, this, [this](const QModelIndex &i) {
-        if (i.column() == 0)
+        if (i.column() == 0 && passwordTable->cellEnabled(0, i.row()))
             goToURL(i.row());
     });
 
@@ -250,12 +250,12 @@ void MyDocument::buildMenus()
     if (gRecentWebsitesMenu)
         fileMenu->addMenu(gRecentWebsitesMenu);
     fileMenu->addSeparator();
-    connect(fileMenu->addAction(QStringLiteral("Import…")), &QAction::triggered, this, &MyDocument::importPasswordDataBegin);
-    connect(fileMenu->addAction(QStringLiteral("Export…")), &QAction::triggered, this,
+    connect(fileMenu->addAction(QStringLiteral("&Import…")), &QAction::triggered, this, &MyDocument::importPasswordDataBegin);
+    connect(fileMenu->addAction(QStringLiteral("E&xport…")), &QAction::triggered, this,
             [this] { exportPasswordData(this, m_file.passwordArray(), passwordTable->selectedRows()); });
     fileMenu->addSeparator();
-    connect(fileMenu->addAction(QStringLiteral("Page Setup…")), &QAction::triggered, this, [this] { runPageLayout(this); });
-    QAction *print = fileMenu->addAction(QStringLiteral("Print…"));
+    connect(fileMenu->addAction(QStringLiteral("Page Set&up…")), &QAction::triggered, this, [this] { runPageLayout(this); });
+    QAction *print = fileMenu->addAction(QStringLiteral("&Print…"));
     print->setShortcut(QKeySequence::Print);
     connect(print, &QAction::triggered, this,
             [this] { printDocument(this, m_file.passwordArray(), passwordTable->selectedRows(), filePath()); });
@@ -331,7 +331,7 @@ void MyDocument::buildMenus()
 
 bool MyDocument::validateMenuItem(QAction *item) const
 {
-    const QString title = item->text();
+    const QString title = QString(item->text()).remove(u'&'); // without its mnemonic
     if (title == u"Save File Password In Keychain") {
         item->setChecked(m_file.passwordInKeychain());
         return true;

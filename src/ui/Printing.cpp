@@ -2,6 +2,7 @@
 
 #include "core/exchange/Export.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QAbstractTextDocumentLayout>
 #include <QPageSetupDialog>
@@ -74,6 +75,14 @@ void printEntries(QPrinter *printer, const EntryList &list, const QList<int> &se
     if (!printPath.isEmpty())
         printer->setDocName(printJobTitle(printPath));
     std::unique_ptr<QTextDocument> text = printText(list, selectedRows);
+    if (printer->outputFormat() == QPrinter::PdfFormat && !printer->outputFileName().isEmpty()) {
+        // The printout holds the passwords in the clear: a file of it is readable by its
+        // owner only, as an export is, made so before anything is written into it.
+        constexpr QFileDevice::Permissions kOwnerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        QFile out(printer->outputFileName());
+        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerOnly) || !out.setPermissions(kOwnerOnly))
+            return;
+    }
     QPainter painter;
     if (!painter.begin(printer))
         return;

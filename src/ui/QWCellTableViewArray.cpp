@@ -8,6 +8,9 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMimeData>
+#include <QTimer>
+
+#include <utility>
 
 namespace tess {
 
@@ -95,16 +98,12 @@ public:
 
     Qt::ItemFlags flags(const QModelIndex &index) const override
     {
+        // A cell the display hook disables (a button with nothing to do) stays an enabled
+        // item: the view's arrow keys and clicks skip disabled items, and its row must still
+        // be reached like any other. Its action asks cellEnabled().
         Qt::ItemFlags f = QAbstractTableModel::flags(index) | Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled;
         if (!index.isValid())
             return Qt::ItemIsDropEnabled;
-        const auto &d = m_table->m_delegate;
-        if (d.willDisplayCell) {
-            QWCellTableViewArray::CellDisplay cell;
-            d.willDisplayCell(m_table, cell, index.column(), index.row());
-            if (!cell.enabled)
-                f &= ~Qt::ItemIsEnabled;
-        }
         if (m_table->m_columns.value(index.column()).first != u"NOCHANGE")
             f |= Qt::ItemIsEditable;
         return f;
@@ -114,7 +113,10 @@ public:
     {
         if (role != Qt::EditRole || !index.isValid())
             return false;
-        m_table->setObjectValue(value, index.column(), index.row());
+        if (m_table->m_committingEditor)
+            m_table->m_pendingEdits.append({value, index.column(), index.row()});
+        else
+            m_table->setObjectValue(value, index.column(), index.row());
         return true;
     }
 
@@ -267,6 +269,16 @@ void QWCellTableViewArray::selectRowAlone(int row)
     selectionModel()->setCurrentIndex(m_model->index(row, 0), QItemSelectionModel::NoUpdate);
 }
 
+bool QWCellTableViewArray::cellEnabled(int column, int row) const
+{
+    if (!m_array || row < 0 || row >= m_array->size())
+        return false;
+    CellDisplay cell;
+    if (m_delegate.willDisplayCell)
+        m_delegate.willDisplayCell(const_cast<QWCellTableViewArray *>(this), cell, column, row);
+    return cell.enabled;
+}
+
 QString QWCellTableViewArray::errorMessage() const
 {
     return m_errorField && !m_errorField->isHidden() ? m_errorField->text() : QString();
@@ -299,8 +311,7 @@ void QWCellTableViewArray::handleSelectionChange()
 void QWCellTableViewArray::addEntryToTable()
 {
     hideErrorMessage();
-    if (state() == QAbstractItemView::EditingState)
-        setFocus(); // ends editing
+    endEditing();
     if (m_delegate.addEntry && m_delegate.addEntry(this)) {
         reloadData();
         return;
@@ -413,6 +424,7 @@ void QWCellTableViewArray::setObjectValue(const QVariant &value, int column, int
 void QWCellTableViewArray::deleteSelectedEntriesFromTable()
 {
     hideErrorMessage();
+    endEditing();
     const QList<int> rows = selectedRows();
     int lowest = -1;
     for (qsizetype i = rows.size() - 1; i >= 0; --i) {
@@ -450,8 +462,7 @@ void QWCellTableViewArray::editWithDelegate(int row)
 
 int QWCellTableViewArray::ok()
 {
-    if (state() == QAbstractItemView::EditingState)
-        setFocus();
+    endEditing();
     if (!m_delegate.addEntry)
         removeBlankEntries();
     m_array = nullptr;
@@ -467,12 +478,56 @@ int QWCellTableViewArray::cancel()
     return 0;
 }
 
+void QWCellTableViewArray::commitData(QWidget *editor)
+{
+    // Storing an edit reloads the table, which would take every open editor with it, this one
+    // included, before the view closes it. The view closes it right after the commit; the edit
+    // is stored on the next pass, when the editor has gone.
+    m_committingEditor = true;
+    QTableView::commitData(editor);
+    m_committingEditor = false;
+    if (m_pendingEdits.isEmpty())
+        return;
+    QTimer::singleShot(0, this, &QWCellTableViewArray::storePendingEdits);
+}
+
+void QWCellTableViewArray::endEditing()
+{
+    if (state() == QAbstractItemView::EditingState)
+        setFocus(); // commits and closes the editor
+    storePendingEdits();
+}
+
+void QWCellTableViewArray::storePendingEdits()
+{
+    const QList<PendingEdit> edits = std::exchange(m_pendingEdits, {});
+    for (const PendingEdit &e : edits)
+        if (m_array)
+            setObjectValue(e.value, e.column, e.row);
+}
+
 void QWCellTableViewArray::keyPressEvent(QKeyEvent *event)
 {
     if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && state() != EditingState) {
         const QList<int> rows = selectedRows();
         if (rows.size() == 1) {
             editWithDelegate(rows.first());
+            return;
+        }
+    }
+    // Rows are what is selected here. With nothing selected, Down starts at the first row and
+    // Up at the last, rather than one past wherever the view's current cell was left; Home and
+    // End go to the first and last row, as in a list, not to the ends of the current row.
+    if (event->modifiers() == Qt::NoModifier && state() != EditingState && m_array && !m_array->isEmpty()) {
+        const int last = int(m_array->size() - 1);
+        int row = -1;
+        if (event->key() == Qt::Key_Home || (event->key() == Qt::Key_Down && selectedRows().isEmpty()))
+            row = 0;
+        else if (event->key() == Qt::Key_End || (event->key() == Qt::Key_Up && selectedRows().isEmpty()))
+            row = last;
+        if (row >= 0) {
+            selectRowAlone(row);
+            scrollTo(m_model->index(row, 0));
             return;
         }
     }

@@ -77,6 +77,8 @@ public:
     QVariantList *array() const { return m_array; }
     QList<int> selectedRows() const;
     void selectRowAlone(int row);
+    // Whether the display hook leaves the cell enabled (a button cell that may act).
+    bool cellEnabled(int column, int row) const;
     QString errorMessage() const;
     void hideErrorMessage();
     void showErrorMessage(const QString &message);
@@ -89,12 +91,16 @@ Q_SIGNALS:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void commitData(QWidget *editor) override;
 
 private:
     friend class QWCellTableViewArrayModel;
     QVariant orderingValue(const QVariant &element) const;
     QString keyForColumn(int column) const;
     void handleSelectionChange();
+    // Ends an in-cell edit and stores what was typed, before the array is touched otherwise.
+    void endEditing();
+    void storePendingEdits();
     // removeBlankEntries, sparing one row; answers where that row is afterwards.
     int removeBlankEntriesExcept(int keep);
 
@@ -114,6 +120,14 @@ private:
     QList<QPair<QString, QString>> m_columns;
     QStringList m_pasteboardTypes;
     QHash<int, QString> m_accessibleNames;
+    // An edit typed into a cell, held until the view has closed the editor that typed it.
+    struct PendingEdit {
+        QVariant value;
+        int column = -1;
+        int row = -1;
+    };
+    bool m_committingEditor = false;
+    QList<PendingEdit> m_pendingEdits;
 };
 
 } // namespace tess

@@ -47,15 +47,50 @@ bool ModalResponder::eventFilter(QObject *o, QEvent *e)
     return false;
 }
 
+void ModalResponder::setTimeLimit(int ms)
+{
+    m_deadline = QDeadlineTimer(ms);
+}
+
+namespace {
+QList<QWidget *> modalWindowsShown()
+{
+    QList<QWidget *> out;
+    for (QWidget *w : QApplication::topLevelWidgets())
+        if (w->isVisible() && w->isModal())
+            out.append(w);
+    return out;
+}
+} // namespace
+
+void ModalResponder::cancelAll()
+{
+    m_answers.clear();
+    m_shown.clear();
+    for (QWidget *w : modalWindowsShown())
+        if (auto *dialog = qobject_cast<QDialog *>(w))
+            dialog->reject();
+        else
+            w->close();
+}
+
 void ModalResponder::poll()
 {
     // After a failed check every panel is cancelled: a panel left on screen would hold the
     // test in its modal loop until the watchdog kills the whole suite.
     if (QTest::currentTestFailed()) {
-        m_answers.clear();
-        for (const QPointer<QWidget> &w : std::exchange(m_shown, {}))
-            if (auto *dialog = qobject_cast<QDialog *>(w.data()); dialog && dialog->isVisible())
-                dialog->reject();
+        cancelAll();
+        return;
+    }
+    if (m_deadline.hasExpired() && (!done() || !modalWindowsShown().isEmpty())) {
+        QStringList up;
+        for (QWidget *w : modalWindowsShown())
+            up.append(QStringLiteral("%1 \"%2\"").arg(QString::fromLatin1(w->metaObject()->className()), w->windowTitle()));
+        const QString why = QStringLiteral("modal windows not answered in time (%1 answers due); on screen: %2")
+                                .arg(m_answers.size())
+                                .arg(up.isEmpty() ? QStringLiteral("none") : up.join(QStringLiteral(", ")));
+        QTest::qFail(qPrintable(why), __FILE__, __LINE__);
+        cancelAll();
         return;
     }
     while (!m_shown.isEmpty() && !m_answers.empty()) {
@@ -122,7 +157,10 @@ bool activate(QWidget *w)
     for (int attempt = 0; attempt < 3; ++attempt) {
         w->raise();
         w->activateWindow();
-        if (QTest::qWaitForWindowActive(w, 3000))
+        // QWindow::isActive also answers true for a dialog while its transient parent has the
+        // focus: wait for the application to see the window active too, or keys go elsewhere.
+        if (QTest::qWaitForWindowActive(w, 3000)
+            && QTest::qWaitFor([w] { return QApplication::activeWindow() == w->window(); }, 3000))
             return true;
     }
     return false;
@@ -148,6 +186,13 @@ void xdotool(const QStringList &args)
 void pressKeys(const QStringList &keys)
 {
     xdotool(QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("40")} + keys);
+}
+
+void pressKeysHolding(const QString &held, const QStringList &keys)
+{
+    xdotool({QStringLiteral("keydown"), held});
+    pressKeys(keys);
+    xdotool({QStringLiteral("keyup"), held});
 }
 
 void typeText(const QString &text)
@@ -187,8 +232,13 @@ void typeInFilePanel(QWidget *w, const QString &path)
     QVERIFY2(dialog, "expected a file panel");
     QLineEdit *name = fileNameField(dialog);
     QVERIFY(name);
-    dialog->setDirectory(QFileInfo(path).absolutePath());
-    name->setText(QFileInfo(path).fileName());
+    const QFileInfo file(path);
+    if (file.dir().exists()) {
+        dialog->setDirectory(file.absolutePath());
+        name->setText(file.fileName());
+    } else {
+        name->setText(file.absoluteFilePath()); // a folder that is not there: the whole path
+    }
     // Queued: the panel may ask something of its own, and this answer must return first.
     QMetaObject::invokeMethod(dialog, "accept", Qt::QueuedConnection);
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Helpers of the GUI suites: opening documents, answering modal panels as a user would.
 
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
@@ -33,13 +34,19 @@ public:
     ~ModalResponder() override;
     void then(Answer a) { m_answers.push_back(std::move(a)); }
     bool done() const { return m_answers.empty(); }
+    // No waiting for ever: `ms` from now, if answers are still due or a modal window is still
+    // up, the test fails, naming the windows on screen, and every modal window is cancelled
+    // (so that the code that opened them returns).
+    void setTimeLimit(int ms);
 
 protected:
     bool eventFilter(QObject *o, QEvent *e) override;
 
 private:
     void poll();
+    void cancelAll();
     QTimer m_timer;
+    QDeadlineTimer m_deadline = QDeadlineTimer::Forever;
     std::deque<Answer> m_answers;
     QList<QPointer<QWidget>> m_shown;
 };
@@ -77,6 +84,8 @@ void selectByName(MyDocument *doc, const QString &name);
 // the focus, as a user's would be; each returns once the events have been handled here.
 // Keys are xdotool's names: "ctrl+f", "Tab", "shift+Tab", "Return".
 void pressKeys(const QStringList &keys);
+// The keys pressed while `held` (a modifier: "ctrl") is held down, then `held` let go.
+void pressKeysHolding(const QString &held, const QStringList &keys);
 void typeText(const QString &text);
 void moveMouse(const QPoint &global);
 void clickMouse(const QPoint &global);
@@ -85,7 +94,8 @@ void clickMouse(const QPoint &global);
 void typePassword(QWidget *w, const QString &password, QString *promptSeen = nullptr);
 
 // In a file panel (File > New or File > Open): goes to the path's folder, types its name into
-// the name field and presses the panel's button, as a user would. Never select the file with
+// the name field and presses the panel's button, as a user would (the whole path when its
+// folder does not exist). Never select the file with
 // QFileDialog::selectFile on a panel on screen: once the name field has the focus (which the
 // window manager gives it at a moment of its choosing), selectFile leaves the field as it is,
 // and the panel then goes into the folder instead of closing.

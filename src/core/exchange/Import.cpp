@@ -110,7 +110,7 @@ ImportRecord parseImportLine(const QString &line, const ImportParseOptions &opti
     const QChar separator = separatorChar(mode);
     ImportRecord fields;
     qsizetype pos = 0;
-    while (fields.size() < kImportColumns) {
+    while (fields.size() < options.maxFields) {
         const qsizetype end = findField(line, pos, mode);
         qsizetype i = pos;
         while (i < end && line[i] == u' ')

@@ -17,6 +17,8 @@ namespace tess {
 enum ImportSeparator { SeparatorTab = 0, SeparatorComma = 1, SeparatorSemicolon = 2 };
 
 constexpr int kImportColumns = 9;
+// The most columns tessaline-cli's --columns may name, for files with more than nine.
+constexpr int kImportColumnsMax = 64;
 constexpr qsizetype kImportFieldMax = 8191;
 
 using ImportRecord = QStringList;
@@ -27,6 +29,8 @@ struct ImportParseOptions {
     bool skipFirstLine = false;
     // Quoted fields as RFC 4180 reads them: a doubled quote inside is one quote.
     bool standardQuotes = false;
+    // Fields kept per record; the dialog keeps nine, the command line as many as it names.
+    int maxFields = kImportColumns;
 };
 
 // The file's text: UTF-8, a leading byte-order mark dropped. False (and nothing set) when
@@ -37,7 +41,7 @@ bool decodeImportFile(const QByteArray &bytes, QString *text);
 QStringList splitTextIntoLines(const QString &text, int mode);
 // findField: where the field starting at pos ends (its separator, or the end of the line).
 qsizetype findField(const QString &line, qsizetype pos, int mode);
-// One line's fields (at most nine).
+// One line's fields (at most options.maxFields, nine unless asked).
 ImportRecord parseImportLine(const QString &line, const ImportParseOptions &options);
 // The records of a whole file: the export's header line and empty lines skipped.
 QList<ImportRecord> parseImportRecords(const QString &text, const ImportParseOptions &options);
