@@ -189,8 +189,92 @@ void BM_TypingIntoChromium(benchmark::State &state)
         state.counters["cpu_s_" + it.key().toStdString()] = it.value() / double(state.iterations());
 }
 
+// Forwards to the X sink and notes when each part of a login's typing happened, so that the
+// overhead can be broken down; the engine itself carries no timing code.
+class TimingKeySink : public KeySink {
+public:
+    explicit TimingKeySink(KeySink *sink) : m_sink(sink) { m_clock.start(); }
+
+    // Microseconds, summed over a login.
+    struct Parts {
+        qint64 releaseWait = 0; // from a step's first check until no key was held
+        qint64 prepare = 0;     // prepare() itself (keymap reads, Caps Lock, binding)
+        qint64 settle = 0;      // the settle prepare() asked for
+        qint64 typing = 0;      // a step's first key to its last
+        qint64 lastKey = -1;    // when the last key went out
+        qint64 betweenSteps = 0; // from the end of a step (or the launch) to the next one's first check
+    };
+    Parts parts;
+    // A login starts: its first pause begins now.
+    void reset()
+    {
+        parts = {};
+        m_firstCheck = m_firstKey = -1;
+        m_stepEnded = now();
+    }
+    qint64 now() const { return m_clock.nsecsElapsed() / 1000; }
+
+    void keyEvent(int keyCode, quint64 flags, bool down, const QString &unicode) override
+    {
+        m_sink->keyEvent(keyCode, flags, down, unicode);
+        const qint64 t = now();
+        if (m_firstKey < 0)
+            m_firstKey = t;
+        parts.lastKey = t;
+    }
+    void setClipboard(const QString &text) override { m_sink->setClipboard(text); }
+    QString notReadyReason() override
+    {
+        if (m_firstCheck < 0) {
+            m_firstCheck = now();
+            parts.betweenSteps += m_firstCheck - m_stepEnded;
+        }
+        const QString reason = m_sink->notReadyReason();
+        if (reason.isEmpty()) {
+            parts.releaseWait += now() - m_firstCheck;
+            m_firstCheck = -1;
+        }
+        return reason;
+    }
+    qint64 prepare(QStringView characters) override
+    {
+        const qint64 t = now();
+        const qint64 settle = m_sink->prepare(characters);
+        parts.prepare += now() - t;
+        parts.settle += std::max<qint64>(0, settle);
+        return settle;
+    }
+    // Off: every step binds its keys itself, at its start, as it did before they were bound
+    // during the pause before it.
+    bool aheadOn = true;
+    void prepareAhead(QStringView characters) override
+    {
+        if (aheadOn)
+            m_sink->prepareAhead(characters);
+    }
+    qint64 readyFor(QStringView upcoming) override { return m_sink->readyFor(upcoming); }
+    void finish() override
+    {
+        if (m_firstKey >= 0)
+            parts.typing += parts.lastKey - m_firstKey;
+        m_firstKey = -1;
+        m_sink->finish();
+        m_stepEnded = now();
+    }
+    void cancel() override { m_sink->cancel(); }
+    QString failureReason() const override { return m_sink->failureReason(); }
+
+private:
+    KeySink *m_sink;
+    QElapsedTimer m_clock;
+    qint64 m_firstCheck = -1;
+    qint64 m_firstKey = -1;
+    qint64 m_stepEnded = 0;
+};
+
 // A whole login through the runner (Go To URL: a new tab of the running Chromium, the page-load
 // delay, user ID, Tab, password, Return), from goTo to the post, less the prescribed pauses.
+// Argument: whether keys for characters without one are bound during the pause before a step.
 void BM_LoginOverheadInChromium(benchmark::State &state)
 {
     if (!gSession->failure.isEmpty()) {
@@ -207,20 +291,33 @@ void BM_LoginOverheadInChromium(benchmark::State &state)
     for (const KeyAction &a : loginScript(entry, LoginStart::GoTo, settings))
         if (a.type == KeyAction::Pause)
             prescribed += a.micros;
-    LoginRunner runner(gSession->sink.get(), &gSession->workspace);
+    TimingKeySink timing(gSession->sink.get());
+    timing.aheadOn = state.range(0) != 0;
+    LoginRunner runner(&timing, &gSession->workspace);
     runner.setSettingsSource([&] { return settings; });
     runner.setTypeSpeedSource([] { return qint64(100); });
     double overheadMs = 0, wrong = 0;
+    double launchMs = 0, pauseLateMs = 0, releaseMs = 0, prepareMs = 0, settleMs = 0, typingMs = 0, postMs = 0;
     for (auto _ : state) {
-        QElapsedTimer clock;
-        clock.start();
+        timing.reset();
+        const qint64 start = timing.now();
         QString why;
         if (!runner.goTo(entry, &why)) {
             state.SkipWithError(why.toUtf8().constData());
             return;
         }
+        const qint64 launched = timing.now();
         const QList<QJsonObject> forms = gSession->site.posted(1, 60000);
-        const qint64 micros = clock.nsecsElapsed() / 1000 - prescribed;
+        const qint64 end = timing.now();
+        const qint64 micros = end - start - prescribed;
+        launchMs += double(launched - start) / 1000.0;
+        releaseMs += double(timing.parts.releaseWait) / 1000.0;
+        prepareMs += double(timing.parts.prepare) / 1000.0;
+        settleMs += double(timing.parts.settle) / 1000.0;
+        typingMs += double(timing.parts.typing) / 1000.0;
+        postMs += double(end - timing.parts.lastKey) / 1000.0;
+        // The pauses ran from the start of goTo (launch included) to each step's first check.
+        pauseLateMs += double(timing.parts.betweenSteps - (launched - start) - prescribed) / 1000.0;
         const bool exact = forms.size() == 1 && forms[0].value("user") == "someone@example.org" && forms[0].value("password") == password;
         if (!exact) {
             wrong += 1;
@@ -230,10 +327,24 @@ void BM_LoginOverheadInChromium(benchmark::State &state)
         state.SetIterationTime(double(micros) / 1e6);
         spin(500);
     }
-    state.counters["overhead_ms"] = overheadMs / double(state.iterations());
+    const double n = double(state.iterations());
+    state.counters["overhead_ms"] = overheadMs / n;
+    // Where it goes: starting the browser (goTo itself), waiting for keys to be let go,
+    // preparing each step and the settle it asked for, typing (first to last key of each
+    // step), and from the last key (Return) to the form's post (Chromium, the page's server,
+    // polled every 5 ms), and how late the steps began after their pauses. The rest: ending the
+    // steps (Caps Lock check) and the player's own work.
+    state.counters["launch_ms"] = launchMs / n;
+    state.counters["pause_late_ms"] = pauseLateMs / n;
+    state.counters["release_wait_ms"] = releaseMs / n;
+    state.counters["prepare_ms"] = prepareMs / n;
+    state.counters["settle_ms"] = settleMs / n;
+    state.counters["typing_ms"] = typingMs / n;
+    state.counters["post_ms"] = postMs / n;
+    state.counters["rest_ms"] = (overheadMs - launchMs - pauseLateMs - releaseMs - prepareMs - settleMs - typingMs - postMs) / n;
     state.counters["wrong_posts"] = wrong;
 }
-BENCHMARK(BM_LoginOverheadInChromium)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoginOverheadInChromium)->ArgName("ahead")->Arg(0)->Arg(1)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
 BENCHMARK(BM_TypingIntoChromium)
     ->Args({10000, 1, 1000})

@@ -189,6 +189,28 @@ private Q_SLOTS:
         QCOMPARE(urlToOpen(entry({{EntryKey::URL, url}})), opened);
     }
 
+    // Each pause announces the characters of the typing step after it, before any of them is
+    // typed: Tabs and Return carry none, a pasted field types none.
+    void pausesAnnounceTheNextStepsCharacters()
+    {
+        RecordingKeySink sink;
+        KeyScriptPlayer player(&sink);
+        qint64 speed = 100;
+        player.setTypeSpeedSource([&] { return speed; });
+        QSignalSpy done(&player, &KeyScriptPlayer::finished);
+        const QString unusual = QString::fromUtf8("é😀");
+        QVERIFY(player.play(pause(1000) + field("ab") + tabs(1) + field(unusual) + pause(1000) + nextPage() + pause(0) +
+                            field("cd")));
+        QVERIFY(done.wait(3000));
+        using Seen = QPair<QString, QString>;
+        QCOMPARE(sink.preparedAhead, (QList<Seen>{{"", "ab" + unusual}}));
+        speed = 0;
+        QVERIFY(player.play(pause(1000) + field(unusual)));
+        QVERIFY(done.wait(3000));
+        QCOMPARE(sink.preparedAhead.size(), 1);
+        QCOMPARE(sink.clipboard, QStringList{unusual});
+    }
+
     // The speed is read when the player reaches each field, not when the script is made.
     void speedIsReadAtTheField()
     {

@@ -23,6 +23,11 @@ public:
     // lacks). Answers how long to let the change settle before the first key, in microseconds,
     // or a negative number when the step cannot be typed at all (failureReason() says why).
     virtual qint64 prepare(QStringView characters) { Q_UNUSED(characters); return 0; }
+    // During a prescribed wait that a typing step follows: makes ready ahead of the step what
+    // has to settle before its first key (keys for characters the layout lacks), so that the
+    // settling overlaps a wait that is spent anyway. Caps Lock and held keys are still the
+    // step's own to see to in prepare(), which also does whatever could not be done here.
+    virtual void prepareAhead(QStringView characters) { Q_UNUSED(characters); }
     // Before each typed character; upcoming is the rest of the step from that character on.
     // Answers 0 when it can go now, or how long to wait first (keys are being rebound for the
     // next batch of unusual characters); negative when it cannot be typed (failureReason()).

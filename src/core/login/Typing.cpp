@@ -8,6 +8,15 @@
 
 namespace tess {
 
+namespace {
+// The actions a typing step is made of (besides fields, which turn into them).
+bool withinTypingStep(KeyAction::Type type)
+{
+    return type == KeyAction::KeyDown || type == KeyAction::KeyUp || type == KeyAction::SetClipboard ||
+           type == KeyAction::Wait;
+}
+} // namespace
+
 qint64 typingDelayMicros(qint64 typeSpeed)
 {
     return typeSpeed <= 99 ? (100 - typeSpeed) * 2500 : 0;
@@ -169,8 +178,7 @@ qsizetype KeyScriptPlayer::typingStepEnd(qsizetype from)
             m_script = std::move(expanded);
             continue;
         }
-        if (a.type != KeyAction::KeyDown && a.type != KeyAction::KeyUp && a.type != KeyAction::SetClipboard &&
-            a.type != KeyAction::Wait)
+        if (!withinTypingStep(a.type))
             break;
         ++i;
     }
@@ -180,6 +188,26 @@ qsizetype KeyScriptPlayer::typingStepEnd(qsizetype from)
 QStringView KeyScriptPlayer::upcomingCharacters() const
 {
     return QStringView(m_stepCharacters).mid(m_stepTyped);
+}
+
+void KeyScriptPlayer::prepareAhead()
+{
+    // The characters of the typing step that follows the pause, fields by the speed read now:
+    // a pasted field (speed 0) types no characters. The step reads the speed again.
+    QString characters;
+    for (qsizetype i = m_next; i < m_script.size(); ++i) {
+        const KeyAction &a = m_script[i];
+        if (a.type == KeyAction::EnterString) {
+            if (m_typeSpeed() != 0)
+                characters += a.text;
+        } else if (!withinTypingStep(a.type)) {
+            break;
+        } else if (a.type == KeyAction::KeyDown) {
+            characters += a.text;
+        }
+    }
+    if (!characters.isEmpty())
+        m_sink->prepareAhead(characters);
 }
 
 bool KeyScriptPlayer::beginTypingStep()
@@ -264,7 +292,8 @@ void KeyScriptPlayer::step()
             ++m_next;
             m_lastKeyMicros = nowMicros() + a.micros;
             if (a.micros > 0) {
-                schedule(a.micros);
+                schedule(a.micros); // first: the pause runs from here, however long getting ready takes
+                prepareAhead();
                 return;
             }
             break;

@@ -5,7 +5,9 @@
 //
 // A script is played in typing steps: the key events between two pauses (or panel actions).
 // Each step is prepared on its own (modifiers let go, Caps Lock off, keys for unusual
-// characters) and put back as it was after it, so nothing is held changed across a page load.
+// characters) and put back as it was after it. Keys for unusual characters are bound already
+// during the prescribed pause before the step, so that the keymap change has settled by its
+// first key; Caps Lock is never held changed across a pause.
 
 #include "core/entries/Entry.h"
 
@@ -119,6 +121,8 @@ Q_SIGNALS:
 private:
     enum class Phase { Idle, Releasing, Settling, InStep };
     void step();
+    // At a pause: lets the sink get the next typing step's keys ready while the pause runs.
+    void prepareAhead();
     bool beginTypingStep();
     void endTypingStep();
     void fail(const QString &reason);

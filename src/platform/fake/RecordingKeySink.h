@@ -22,6 +22,11 @@ public:
         events.append({keyCode, flags, down, unicode});
     }
     void setClipboard(const QString &text) override { clipboard.append(text); }
+    // What the pauses announced, with the keys typed before each.
+    void prepareAhead(QStringView characters) override
+    {
+        preparedAhead.append({typedText(), characters.toString()});
+    }
 
     // The characters typed, in order, joined.
     QString typedText() const
@@ -35,6 +40,7 @@ public:
 
     QList<Event> events;
     QStringList clipboard;
+    QList<QPair<QString, QString>> preparedAhead;
 };
 
 } // namespace tess

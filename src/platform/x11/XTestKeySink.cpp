@@ -244,16 +244,22 @@ QList<quint32> XTestKeySink::missingKeysyms(QStringView text, qsizetype limit) c
     return missing;
 }
 
+bool XTestKeySink::readKeyboard()
+{
+    m_layout->reload();
+    loadModifierMapping();
+    return m_layout->keymap() != nullptr;
+}
+
 qint64 XTestKeySink::prepare(QStringView characters)
 {
     m_failure.clear();
     m_restoreTimer.stop();
-    m_layout->reload(); // the layout may have changed since the last step
-    loadModifierMapping();
+    const bool haveKeymap = readKeyboard(); // the layout may have changed since the last step
     m_highSurrogate = 0;
     bool ok = false;
     m_capsAtStart = capsLocked(&ok);
-    if (!ok || !m_layout->keymap()) {
+    if (!ok || !haveKeymap) {
         m_failure = QStringLiteral("The X server's keyboard state (XKB) is not available: nothing was typed.");
         return -1;
     }
@@ -271,6 +277,20 @@ qint64 XTestKeySink::prepare(QStringView characters)
         return -1;
     }
     return bind(missingKeysyms(characters, bindingPlaces()));
+}
+
+void XTestKeySink::prepareAhead(QStringView characters)
+{
+    const QList<quint32> first = readKeyboard() ? missingKeysyms(characters, 1) : QList<quint32>();
+    if (first.isEmpty() || !findSpareKeycodes())
+        return;
+    // A rebinding that is not safe yet, or a failure, is left to the step's prepare().
+    bind(missingKeysyms(characters, bindingPlaces()));
+    m_failure.clear();
+    KeyPress press;
+    if (lookup(first.first(), &press))
+        m_restoreTimer.stop(); // the bindings stay for the step, whose end undoes them
+    xcb_flush(m_c);
 }
 
 qint64 XTestKeySink::readyFor(QStringView upcoming)
@@ -358,7 +378,7 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
         slot = sym;
     }
     if (wanted == m_boundSym)
-        return 0;
+        return std::max<qint64>(0, m_changedMicros + kSettleMicros - nowMicros());
     // A receiver that has not yet handled the notice of the current binding would read the new
     // one for keys sent under the old: wait until it has caught up. (Waiting only for the last
     // press of each keycode rebound lets a receiver slower than our estimate fall ever further
@@ -433,6 +453,7 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
         return false;
     }
     m_estimateSinceChangeMicros = 0;
+    m_changedMicros = nowMicros();
     m_boundSym = symbols;
     m_bound.clear();
     for (auto it = symbols.cbegin(); it != symbols.cend(); ++it) {

@@ -55,6 +55,7 @@ public:
     void setClipboard(const QString &text) override;
     QString notReadyReason() override;
     qint64 prepare(QStringView characters) override;
+    void prepareAhead(QStringView characters) override;
     qint64 readyFor(QStringView upcoming) override;
     void finish() override;
     void cancel() override;
@@ -82,6 +83,9 @@ private:
     };
     // The key for a keysym: a binding of ours (withBindings), else a key of the layout.
     bool lookup(quint32 keysym, KeyPress *press, bool withBindings = true) const;
+    // Re-reads the layout and the modifier keys (they may have changed since the last step);
+    // false when the server's keyboard state is not available.
+    bool readKeyboard();
     void loadModifierMapping();
     void fake(quint8 keycode, bool press);
     void pressModifiers(quint8 mods, bool press);
@@ -90,8 +94,8 @@ private:
     // The keysyms of the text's characters that no key of the layout has (bound by us or not),
     // in order, once each, the first `limit` of them (a batch: the text may be long).
     QList<quint32> missingKeysyms(QStringView text, qsizetype limit) const;
-    // Binds the first of these keysyms to spare keycodes; answers the settle time, 0 when all
-    // were bound already, how long to wait before rebinding is safe, or -1 with no spare key.
+    // Binds the first of these keysyms to spare keycodes; answers the settle time (what is left
+    // of it when all were bound already), how long to wait before rebinding is safe, or -1.
     qint64 bind(const QList<quint32> &keysyms);
     bool findSpareKeycodes();
     bool writeMapping(const QHash<quint8, Pair> &symbols);
@@ -121,6 +125,8 @@ private:
     qint64 m_receiverDoneMicros = 0;
     // The estimate for the keys sent since the last keymap change.
     qint64 m_estimateSinceChangeMicros = 0;
+    // When our last keymap change was made, for its settle time.
+    qint64 m_changedMicros = -kSettleMicros;
     QTimer m_restoreTimer;
 };
 
