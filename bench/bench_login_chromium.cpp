@@ -348,6 +348,8 @@ BENCHMARK(BM_LoginOverheadInChromium)->ArgName("ahead")->Arg(0)->Arg(1)->UseManu
 
 BENCHMARK(BM_TypingIntoChromium)
     ->Args({10000, 1, 1000})
+    ->Args({10000, 1, 100})
+    ->Args({10000, 0, 100})
     ->Args({10000, 0, 1000})
     ->Args({10000, 0, 10000})
     ->Args({2000, 1, 1000})

@@ -4,6 +4,7 @@
 
 #include "core/login/Typing.h"
 #include "core/shortcuts/KeyNames.h"
+#include "platform/x11/ReceiverProgress.h"
 #include "platform/x11/XTestKeySink.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 
@@ -335,6 +336,41 @@ private Q_SLOTS:
         const auto [a, b] = typeIntoWindow(text, QString::fromUtf8("ü€"));
         QCOMPARE(a, text);
         QCOMPARE(b, QString::fromUtf8("ü€"));
+    }
+
+    // Qt, like Chromium and GTK, stamps its window (or the window it names for that) with the
+    // time of each key press it has handled: nothing later than a mark until a key sent after it.
+    void followsTheReportsOfTheFocusedWindow()
+    {
+        typeIntoWindow(QStringLiteral("x"), QString());
+        ReceiverProgress progress(m_c);
+        QVERIFY(progress.follow());
+        const std::optional<quint32> mark = progress.mark();
+        QVERIFY(mark);
+        QTest::qWait(50);
+        QVERIFY(!progress.handledAfter(*mark));
+        tapKey(56); // b
+        QTRY_VERIFY(progress.handledAfter(*mark));
+    }
+
+    // A receiver in a process of its own that takes 10 ms a key, slower than any estimate of
+    // ours, still gets every character when more of them need a spare keycode than there are
+    // places: a keycode is rebound only once the receiver reports it has handled what went before.
+    void rebindsOnlyWhenASlowReceiverHasCaughtUp()
+    {
+        QProcess receiver;
+        QByteArray errors;
+        connect(&receiver, &QProcess::readyReadStandardError, this, [&] { errors += receiver.readAllStandardError(); });
+        receiver.start(QStringLiteral(TESSALINE_SLOW_RECEIVER), {QStringLiteral("10")});
+        QVERIFY(receiver.waitForStarted());
+        QVERIFY2(QTest::qWaitFor([&] { return errors.contains("ready"); }, 10000), errors.constData());
+        QString text;
+        for (int i = 0; i < m_sink->bindingPlaces() + 10; ++i)
+            text += QChar(0x410 + i) + QStringLiteral("b");
+        text += text;
+        QVERIFY(play(typeString(text, 100) + nextPage(), 60000));
+        QVERIFY(receiver.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(receiver.readAllStandardOutput()), text);
     }
 
     // Keys for characters without one are bound while the pause before their step runs, so

@@ -61,6 +61,7 @@ XTestKeySink::XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layo
     m_maxKeycode = setup->max_keycode;
     loadModifierMapping();
     restoreLeftByCrash();
+    m_progress = std::make_unique<ReceiverProgress>(m_c);
 }
 
 void XTestKeySink::loadModifierMapping()
@@ -264,6 +265,8 @@ qint64 XTestKeySink::prepare(QStringView characters)
         return -1;
     }
     m_inStep = true;
+    m_mark.reset();
+    m_progress->follow(); // the window that has the focus now takes this step's keys
     if (m_capsAtStart)
         tapCapsLock();
     const QList<quint32> missing = missingKeysyms(characters, 1);
@@ -284,8 +287,9 @@ void XTestKeySink::prepareAhead(QStringView characters)
     const QList<quint32> first = readKeyboard() ? missingKeysyms(characters, 1) : QList<quint32>();
     if (first.isEmpty() || !findSpareKeycodes())
         return;
-    // A rebinding that is not safe yet, or a failure, is left to the step's prepare().
-    bind(missingKeysyms(characters, bindingPlaces()));
+    // A rebinding that is not safe yet, or a failure, is left to the step's prepare(). The
+    // window with the focus now need not be the one the step types into.
+    bind(missingKeysyms(characters, bindingPlaces()), false);
     m_failure.clear();
     KeyPress press;
     if (lookup(first.first(), &press))
@@ -339,10 +343,41 @@ bool XTestKeySink::findSpareKeycodes()
             m_spare.append(quint8(kc));
     }
     free(map);
+    // One stays unbound, the key pressed after a mark (it types nothing).
+    m_sentinel = m_spare.size() >= 4 ? m_spare.takeLast() : 0;
     return !m_spare.isEmpty();
 }
 
-qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
+qint64 XTestKeySink::receiverBehind(bool askReceiver)
+{
+    const qint64 estimate =
+        std::max<qint64>(0, m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - nowMicros());
+    if (!askReceiver || !m_sentinel || !m_progress->reports())
+        return estimate;
+    if (!m_mark) {
+        m_mark = m_progress->mark();
+        if (!m_mark)
+            return estimate;
+        m_markedMicros = nowMicros();
+        // A key stamped after the mark, for the receiver to report once it is through ours.
+        fake(m_sentinel, true);
+        fake(m_sentinel, false);
+        xcb_flush(m_c);
+    }
+    if (m_progress->handledAfter(*m_mark)) {
+        m_mark.reset();
+        m_receiverDoneMicros = nowMicros();
+        return 0;
+    }
+    if (nowMicros() - m_markedMicros < kReceiverSilentMicros)
+        return kReceiverPollMicros;
+    // It has stopped reporting (it lost the focus, or never meant its user time this way).
+    m_mark.reset();
+    m_progress->forget();
+    return estimate;
+}
+
+qint64 XTestKeySink::bind(const QList<quint32> &keysyms, bool askReceiver)
 {
     // The batch: the next characters without a key, as many as there are places. A place is a
     // spare keycode's first level, or its second (with Shift) once every first level is taken:
@@ -380,18 +415,17 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms)
     if (wanted == m_boundSym)
         return std::max<qint64>(0, m_changedMicros + kSettleMicros - nowMicros());
     // A receiver that has not yet handled the notice of the current binding would read the new
-    // one for keys sent under the old: wait until it has caught up. (Waiting only for the last
-    // press of each keycode rebound lets a receiver slower than our estimate fall ever further
-    // behind; draining it at every rebinding keeps the estimate's error from piling up. Nor is
-    // the receiver's own reading of the mapping a signal to rebind on: Chromium translates keys
-    // also through GTK, on a connection of its own that reads a new mapping out of step with
-    // the keys still queued on the first. Rebinding as soon as the focused window's client had
-    // read our last change, seen through the RECORD extension, lost characters to their
-    // keycode's previous binding.)
+    // one for keys sent under the old: wait until it has handled every key sent so far, as it
+    // reports it, else by an estimate. (Waiting only for the last press of each keycode rebound
+    // lets a receiver slower than our estimate fall ever further behind; draining it at every
+    // rebinding keeps the estimate's error from piling up. Nor is the receiver's own reading of
+    // the mapping a signal to rebind on: Chromium translates keys also through GTK, on a
+    // connection of its own that reads a new mapping out of step with the keys still queued on
+    // the first. Rebinding as soon as the focused window's client had read our last change,
+    // seen through the RECORD extension, lost characters to their keycode's previous binding.)
     if (rebinds) {
-        const qint64 safe = m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - nowMicros();
-        if (safe > 0)
-            return safe;
+        if (const qint64 behind = receiverBehind(askReceiver); behind > 0)
+            return behind;
     }
     if (!writeMapping(wanted))
         return -1;

@@ -4,10 +4,13 @@
 // A character with a key on the active layout group is typed with that key and the modifiers
 // its level needs. Any other character (é on a US layout, €, emoji, CJK) is typed on a spare
 // keycode bound to its keysym, two to a keycode (the second with Shift), in batches when there
-// are more such characters than places. Each typing step releases Caps Lock and puts it back as it found it; typing waits
-// until the user has let go of every key.
+// are more such characters than places; a keycode is rebound only once the receiver has handled
+// the keys sent under its old binding, as the receiver reports it (ReceiverProgress) or else by
+// an estimate. Each typing step releases Caps Lock and puts it back as it found it; typing
+// waits until the user has let go of every key.
 
 #include "platform/KeySink.h"
+#include "platform/x11/ReceiverProgress.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -16,6 +19,8 @@
 #include <QTimer>
 
 #include <array>
+#include <memory>
+#include <optional>
 #include <vector>
 
 struct xcb_connection_t;
@@ -43,6 +48,10 @@ public:
     // has caught up: with a margin of 150 ms alone, Chromium on a machine with a load of 14
     // read one character of 10,000 with its keycode's previous binding.
     static constexpr qint64 kReceiverMarginMicros = 150000;
+    // A receiver that reports the keys it has handled is asked this often while a rebinding
+    // waits for it, and taken to have stopped reporting after this long without progress.
+    static constexpr qint64 kReceiverPollMicros = 2000;
+    static constexpr qint64 kReceiverSilentMicros = 5000000;
 
     // Whether typing waits, and then refuses, while a window of the connection's own client
     // has the keyboard focus (or no window has it). The application's logins are meant for
@@ -96,7 +105,10 @@ private:
     QList<quint32> missingKeysyms(QStringView text, qsizetype limit) const;
     // Binds the first of these keysyms to spare keycodes; answers the settle time (what is left
     // of it when all were bound already), how long to wait before rebinding is safe, or -1.
-    qint64 bind(const QList<quint32> &keysyms);
+    // `askReceiver`: whether the focused window is the receiver and may be asked how far it got.
+    qint64 bind(const QList<quint32> &keysyms, bool askReceiver = true);
+    // How long until the receiver has handled every key sent so far, as far as we can tell.
+    qint64 receiverBehind(bool askReceiver);
     bool findSpareKeycodes();
     bool writeMapping(const QHash<quint8, Pair> &symbols);
     int levelsPerSpareKeycode() const { return m_modifierKeycodes[0].empty() ? 1 : 2; }
@@ -128,6 +140,12 @@ private:
     // When our last keymap change was made, for its settle time.
     qint64 m_changedMicros = -kSettleMicros;
     QTimer m_restoreTimer;
+    // The receiver's own report of the keys it handled, when it gives one; a spare keycode kept
+    // unbound, pressed after a mark so that a key stamped later than the mark follows our keys.
+    std::unique_ptr<ReceiverProgress> m_progress;
+    std::optional<quint32> m_mark;
+    qint64 m_markedMicros = 0;
+    quint8 m_sentinel = 0;
 };
 
 } // namespace tess

@@ -1,0 +1,122 @@
+#include "ReceiverProgress.h"
+
+#include "platform/x11/XTestKeySink.h"
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace tess {
+
+ReceiverProgress::ReceiverProgress(xcb_connection_t *keys) : m_keys(keys)
+{
+    const QByteArray display = XTestKeySink::displayOf(keys).toLocal8Bit();
+    m_own = xcb_connect(display.isEmpty() ? nullptr : display.constData(), nullptr);
+    if (xcb_connection_has_error(m_own)) {
+        xcb_disconnect(m_own);
+        m_own = nullptr;
+        return;
+    }
+    m_userTime = atom("_NET_WM_USER_TIME");
+    m_userTimeWindow = atom("_NET_WM_USER_TIME_WINDOW");
+    m_probeAtom = atom("_TESSALINE_TIME");
+    const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(m_own)).data;
+    m_probe = xcb_generate_id(m_own);
+    const quint32 mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_create_window(m_own, 0, m_probe, screen->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT,
+                      XCB_CW_EVENT_MASK, &mask);
+    xcb_flush(m_own);
+}
+
+ReceiverProgress::~ReceiverProgress()
+{
+    if (m_own)
+        xcb_disconnect(m_own);
+}
+
+quint32 ReceiverProgress::atom(const char *name)
+{
+    xcb_intern_atom_reply_t *r = xcb_intern_atom_reply(m_own, xcb_intern_atom(m_own, 0, quint16(std::strlen(name)), name), nullptr);
+    const quint32 a = r ? r->atom : 0;
+    free(r);
+    return a;
+}
+
+quint32 ReceiverProgress::windowProperty(quint32 window, quint32 property, bool *present)
+{
+    xcb_get_property_reply_t *r =
+        xcb_get_property_reply(m_own, xcb_get_property(m_own, 0, window, property, XCB_GET_PROPERTY_TYPE_ANY, 0, 1), nullptr);
+    *present = r && r->format == 32 && xcb_get_property_value_length(r) >= 4;
+    const quint32 value = *present ? *static_cast<const quint32 *>(xcb_get_property_value(r)) : 0;
+    free(r);
+    return value;
+}
+
+bool ReceiverProgress::follow()
+{
+    m_watched = 0;
+    if (!m_own || xcb_connection_has_error(m_own))
+        return false;
+    xcb_get_input_focus_reply_t *focus = xcb_get_input_focus_reply(m_own, xcb_get_input_focus(m_own), nullptr);
+    xcb_window_t window = focus ? focus->focus : xcb_window_t(XCB_NONE);
+    free(focus);
+    // From the focused window up to its top level: the focus may sit on a child of it.
+    while (window != XCB_NONE && window != XCB_INPUT_FOCUS_POINTER_ROOT) {
+        bool present = false;
+        const quint32 timeWindow = windowProperty(window, m_userTimeWindow, &present);
+        if (present && timeWindow != 0) {
+            windowProperty(timeWindow, m_userTime, &present);
+            m_watched = present ? timeWindow : 0;
+            return reports();
+        }
+        windowProperty(window, m_userTime, &present);
+        if (present) {
+            m_watched = window;
+            return true;
+        }
+        xcb_query_tree_reply_t *tree = xcb_query_tree_reply(m_own, xcb_query_tree(m_own, window), nullptr);
+        window = tree && tree->parent != tree->root ? tree->parent : xcb_window_t(XCB_NONE);
+        free(tree);
+    }
+    return false;
+}
+
+std::optional<quint32> ReceiverProgress::mark()
+{
+    if (!m_own)
+        return std::nullopt;
+    // Every key sent so far on the key connection has been stamped once this reply is back...
+    free(xcb_get_input_focus_reply(m_keys, xcb_get_input_focus(m_keys), nullptr));
+    // ...so the time of a change made after it is as late as any of them.
+    xcb_change_property(m_own, XCB_PROP_MODE_APPEND, m_probe, m_probeAtom, XCB_ATOM_INTEGER, 32, 0, nullptr);
+    xcb_flush(m_own);
+    std::optional<quint32> time;
+    while (!time) {
+        xcb_generic_event_t *event = xcb_wait_for_event(m_own);
+        if (!event)
+            return std::nullopt; // the connection broke
+        if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
+            const auto *notify = reinterpret_cast<const xcb_property_notify_event_t *>(event);
+            if (notify->window == m_probe)
+                time = notify->time;
+        }
+        free(event);
+    }
+    // The server counts whole milliseconds: a key sent after this one is stamped later.
+    ::usleep(1100);
+    return time;
+}
+
+bool ReceiverProgress::handledAfter(quint32 time)
+{
+    if (!m_watched)
+        return false;
+    bool present = false;
+    const quint32 handled = windowProperty(m_watched, m_userTime, &present);
+    // Server time wraps after 49 days: compare by difference.
+    return present && qint32(handled - time) > 0;
+}
+
+} // namespace tess
