@@ -53,6 +53,7 @@ public:
     LaunchResult openURLWithApplication(const QString &url, const QString &desktopID) override
     {
         opened.append(desktopID + ' ' + url);
+        QThread::msleep(startMs);
         LaunchResult r;
         r.status = installed.contains(desktopID) ? (broken ? LaunchResult::Failed : LaunchResult::Started)
                                                  : LaunchResult::NotFound;
@@ -77,6 +78,7 @@ public:
     QStringList installed{"chromium.desktop"};
     bool broken = false;
     bool diesLater = false;
+    unsigned long startMs = 0; // how long starting the browser takes
     QStringList opened;
 };
 
@@ -321,6 +323,26 @@ private Q_SLOTS:
         QVERIFY(done.wait(5000));
         QCOMPARE(warned.size(), 1);
         QCOMPARE(sink.typedText(), QString("mepw"));
+    }
+
+    // The page-load delay runs from the request to open the page, a slow browser start included:
+    // the browser loads the page while it starts. Later pauses are not shortened.
+    void pageLoadDelayCountsFromTheRequest()
+    {
+        TimedSink sink;
+        FakeWorkspace workspace;
+        workspace.startMs = 2500;
+        LoginRunner runner(&sink, &workspace);
+        runner.setSettingsSource([] { return LoginSettings{2}; });
+        runner.setTypeSpeedSource([] { return qint64(100); });
+        QSignalSpy done(&runner, &LoginRunner::finished);
+        sink.clock.start();
+        QVERIFY(runner.goTo(entry({{EntryKey::BrowserBundleID, "chromium.desktop"}, {EntryKey::UserID2, "second"}})));
+        QVERIFY(done.wait(10000));
+        QCOMPARE(sink.typedText(), QString("mesecondpw"));
+        QVERIFY2(sink.times.first() >= 2000000 && sink.times.first() < 3500000, QByteArray::number(sink.times.first()));
+        // The second user ID follows the first after a pause of its own, whole.
+        QVERIFY(sink.times[2] - sink.times[1] >= 1000000);
     }
 
     void goToWithoutLoginOnlyOpens()

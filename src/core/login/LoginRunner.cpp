@@ -3,6 +3,8 @@
 #include "core/app/QWPrefs.h"
 #include "platform/KeySink.h"
 
+#include <QElapsedTimer>
+
 namespace tess {
 
 namespace {
@@ -71,6 +73,8 @@ bool LoginRunner::goTo(const Entry &entry, QString *whyNot)
         return true;
     }
     const QString desktopID = entryString(entry, EntryKey::BrowserBundleID);
+    QElapsedTimer requested;
+    requested.start();
     LaunchResult launch;
     if (!desktopID.isEmpty())
         launch = m_workspace->openURLWithApplication(url, desktopID);
@@ -91,7 +95,11 @@ bool LoginRunner::goTo(const Entry &entry, QString *whyNot)
         return true;
     }
     m_launch = launch;
-    if (!start(loginScript(entry, LoginStart::GoTo, m_settings()), whyNot))
+    // The page-load delay runs from the request to open the page: the browser is loading it
+    // while it starts.
+    if (whyNot)
+        whyNot->clear();
+    if (!m_player->play(loginScript(entry, LoginStart::GoTo, m_settings()), whyNot, requested.nsecsElapsed() / 1000))
         return false;
     if (m_player->isPlaying())
         m_browserWatch.start();

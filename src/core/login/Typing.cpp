@@ -6,6 +6,8 @@
 
 #include <QTimer>
 
+#include <utility>
+
 namespace tess {
 
 namespace {
@@ -107,7 +109,7 @@ KeyScriptPlayer::~KeyScriptPlayer()
         m_sink->cancel();
 }
 
-bool KeyScriptPlayer::play(const KeyScript &script, QString *whyNot)
+bool KeyScriptPlayer::play(const KeyScript &script, QString *whyNot, qint64 startedAgoMicros)
 {
     // Appending to a running script would skip the preparation of its keys.
     if (m_playing) {
@@ -121,6 +123,7 @@ bool KeyScriptPlayer::play(const KeyScript &script, QString *whyNot)
     m_phase = Phase::Idle;
     m_clock.start();
     m_lastKeyMicros = 0;
+    m_headStartMicros = std::max<qint64>(0, startedAgoMicros);
     step();
     return true;
 }
@@ -287,19 +290,22 @@ void KeyScriptPlayer::step()
             }
             break;
         }
-        case KeyAction::Pause:
+        case KeyAction::Pause: {
             endTypingStep();
             ++m_next;
-            m_lastKeyMicros = nowMicros() + a.micros;
-            if (a.micros > 0) {
-                schedule(a.micros); // first: the pause runs from here, however long getting ready takes
+            const qint64 pause = std::max<qint64>(0, a.micros - std::exchange(m_headStartMicros, 0));
+            m_lastKeyMicros = nowMicros() + pause;
+            if (pause > 0) {
+                schedule(pause); // first: the pause runs from here, however long getting ready takes
                 prepareAhead();
                 return;
             }
             break;
+        }
         case KeyAction::KeyDown:
         case KeyAction::KeyUp:
         case KeyAction::SetClipboard:
+            m_headStartMicros = 0; // only a pause before any typing starts early
             if (!beginTypingStep())
                 return;
             if (a.type == KeyAction::KeyDown && !a.text.isEmpty()) {

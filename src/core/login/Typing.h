@@ -100,7 +100,9 @@ public:
 
     // Starts the script. A script already playing is not touched: the new one is refused with
     // kBusy as the reason.
-    bool play(const KeyScript &script, QString *whyNot = nullptr);
+    // `startedAgoMicros`: how long ago the script's first pause began (a page-load delay
+    // counts from the request to open the page, the browser's start included).
+    bool play(const KeyScript &script, QString *whyNot = nullptr, qint64 startedAgoMicros = 0);
     // Stops at once: no further key is sent, every key the script holds down goes up, and
     // Caps Lock and the keymap are put back. Emits cancelled() if a script was playing.
     void cancel();
@@ -139,6 +141,7 @@ private:
     KeyScript m_script;
     qsizetype m_next = 0;
     bool m_playing = false;
+    qint64 m_headStartMicros = 0; // taken off the first pause
     Phase m_phase = Phase::Idle;
     qsizetype m_stepEnd = 0;
     QString m_stepCharacters; // the characters of the step being typed
