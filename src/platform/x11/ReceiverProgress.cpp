@@ -12,8 +12,12 @@ namespace tess {
 
 ReceiverProgress::ReceiverProgress(xcb_connection_t *keys) : m_keys(keys)
 {
+    // The very server the keys go to, named by its socket: a time read on another would mean
+    // nothing. Without a connection, nothing reports and the sink keeps to its estimate.
     const QByteArray display = XTestKeySink::displayOf(keys).toLocal8Bit();
-    m_own = xcb_connect(display.isEmpty() ? nullptr : display.constData(), nullptr);
+    if (display.isEmpty())
+        return;
+    m_own = xcb_connect(display.constData(), nullptr);
     if (xcb_connection_has_error(m_own)) {
         xcb_disconnect(m_own);
         m_own = nullptr;
