@@ -2,13 +2,21 @@
 
 #include "platform/x11/XTestKeySink.h"
 
+#include <QElapsedTimer>
+
 #include <xcb/xcb.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <unistd.h>
 
 namespace tess {
+
+namespace {
+// The server answers a property change at once; a connection that does not is given up.
+constexpr qint64 kProbeTimeoutMs = 2000;
+} // namespace
 
 ReceiverProgress::ReceiverProgress(xcb_connection_t *keys) : m_keys(keys)
 {
@@ -97,10 +105,22 @@ std::optional<quint32> ReceiverProgress::mark()
     xcb_change_property(m_own, XCB_PROP_MODE_APPEND, m_probe, m_probeAtom, XCB_ATOM_INTEGER, 32, 0, nullptr);
     xcb_flush(m_own);
     std::optional<quint32> time;
+    QElapsedTimer waited;
+    waited.start();
     while (!time) {
-        xcb_generic_event_t *event = xcb_wait_for_event(m_own);
-        if (!event)
-            return std::nullopt; // the connection broke
+        xcb_generic_event_t *event = xcb_poll_for_event(m_own);
+        if (!event) {
+            pollfd fd{xcb_get_file_descriptor(m_own), POLLIN, 0};
+            const int left = int(kProbeTimeoutMs - waited.elapsed());
+            if (xcb_connection_has_error(m_own) || left <= 0 || ::poll(&fd, 1, left) < 0) {
+                // Never asked again: a late answer would pass for the next one's.
+                xcb_disconnect(m_own);
+                m_own = nullptr;
+                m_watched = 0;
+                return std::nullopt;
+            }
+            continue;
+        }
         if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
             const auto *notify = reinterpret_cast<const xcb_property_notify_event_t *>(event);
             if (notify->window == m_probe)
