@@ -213,6 +213,24 @@ private Q_SLOTS:
         QCOMPARE(sink.clipboard, QStringList{unusual});
     }
 
+    // A step that waits for the user to let go of the hot key announces its characters once,
+    // so that their keys are ready by the time it may type.
+    void waitingForReleasedKeysAnnouncesTheStep()
+    {
+        struct HeldSink : RecordingKeySink {
+            int held = 3;
+            QString notReadyReason() override { return held-- > 0 ? QStringLiteral("Ctrl is still held down") : QString(); }
+        } sink;
+        KeyScriptPlayer player(&sink);
+        player.setTypeSpeedSource([] { return qint64(100); });
+        QSignalSpy done(&player, &KeyScriptPlayer::finished);
+        const QString text = QString::fromUtf8("aé");
+        QVERIFY(player.play(field(text)));
+        QVERIFY(done.wait(3000));
+        QCOMPARE(sink.preparedAhead, (QList<QPair<QString, QString>>{{"", text}}));
+        QCOMPARE(sink.typedText(), text);
+    }
+
     // The speed is read when the player reaches each field, not when the script is made.
     void speedIsReadAtTheField()
     {

@@ -23,7 +23,8 @@ public:
     // lacks). Answers how long to let the change settle before the first key, in microseconds,
     // or a negative number when the step cannot be typed at all (failureReason() says why).
     virtual qint64 prepare(QStringView characters) { Q_UNUSED(characters); return 0; }
-    // During a prescribed wait that a typing step follows: makes ready ahead of the step what
+    // During a prescribed wait that a typing step follows, or while the step waits for the
+    // user to let go of the hot key: makes ready ahead of the step what
     // has to settle before its first key (keys for characters the layout lacks), so that the
     // settling overlaps a wait that is spent anyway. Caps Lock and held keys are still the
     // step's own to see to in prepare(), which also does whatever could not be done here.

@@ -229,15 +229,19 @@ bool KeyScriptPlayer::beginTypingStep()
             if (m_script[i].type == KeyAction::KeyDown)
                 m_stepCharacters += m_script[i].text;
         m_phase = Phase::Releasing;
+        m_announcedWhileHeld = false;
         [[fallthrough]];
     case Phase::Releasing: {
         // Keys typed while the user still holds the hot key (or its Ctrl, Alt) would become
         // shortcuts or go to us under the hot key's grab.
         const QString reason = m_sink->notReadyReason();
         if (!reason.isEmpty()) {
-            if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs)
+            if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs) {
+                // Meanwhile the step's keys can be got ready, as during a pause.
+                if (!std::exchange(m_announcedWhileHeld, true))
+                    m_sink->prepareAhead(upcomingCharacters());
                 schedule(20000);
-            else
+            } else
                 fail(reason);
             return false;
         }

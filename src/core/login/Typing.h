@@ -142,6 +142,7 @@ private:
     qsizetype m_next = 0;
     bool m_playing = false;
     qint64 m_headStartMicros = 0; // taken off the first pause
+    bool m_announcedWhileHeld = false; // the step's keys got ready while the user held keys
     Phase m_phase = Phase::Idle;
     qsizetype m_stepEnd = 0;
     QString m_stepCharacters; // the characters of the step being typed
