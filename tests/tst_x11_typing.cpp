@@ -345,12 +345,43 @@ private Q_SLOTS:
         typeIntoWindow(QStringLiteral("x"), QString());
         ReceiverProgress progress(m_c);
         QVERIFY(progress.follow());
-        const std::optional<quint32> mark = progress.mark();
+        const std::optional<ReceiverProgress::Mark> mark = progress.mark();
         QVERIFY(mark);
         QTest::qWait(50);
-        QVERIFY(!progress.handledAfter(*mark));
+        QVERIFY(!ReceiverProgress::isThrough(*mark, progress.reported()));
         tapKey(56); // b
-        QTRY_VERIFY(progress.handledAfter(*mark));
+        QTRY_VERIFY(ReceiverProgress::isThrough(*mark, progress.reported()));
+    }
+
+    // Reports that say nothing of the keys before a mark.
+    void reportsThatShowNothing()
+    {
+        const ReceiverProgress::Mark mark{3000000000u, 2999999000u};
+        QVERIFY(ReceiverProgress::isThrough(mark, 3000000001u));
+        QVERIFY(!ReceiverProgress::isThrough(mark, std::nullopt));     // no report at all
+        QVERIFY(!ReceiverProgress::isThrough(mark, 2999999000u));      // the one before the mark
+        QVERIFY(!ReceiverProgress::isThrough(mark, 3000000000u));      // a key as old as the mark
+        QVERIFY(!ReceiverProgress::isThrough(mark, 0u));               // "never": half a clock away
+        QVERIFY(!ReceiverProgress::isThrough(mark, 3000000000u + 86400000u)); // another clock's
+        // Across the clock's wrap.
+        QVERIFY(ReceiverProgress::isThrough({0xfffffff0u, 0xffffff00u}, 5u));
+    }
+
+    // What the slow receiver of another process got from the script.
+    QString typeIntoSlowReceiver(int msPerKey, const KeyScript &script)
+    {
+        QProcess receiver;
+        QByteArray errors;
+        connect(&receiver, &QProcess::readyReadStandardError, this, [&] { errors += receiver.readAllStandardError(); });
+        receiver.start(QStringLiteral(TESSALINE_SLOW_RECEIVER), {QString::number(msPerKey)});
+        if (!receiver.waitForStarted() || !QTest::qWaitFor([&] { return errors.contains("ready"); }, 10000))
+            return QStringLiteral("(the receiver did not start: %1)").arg(QString::fromUtf8(errors));
+        if (!play(script, 60000))
+            return QStringLiteral("(the script did not finish)");
+        // The event loop runs meanwhile: the sink's bindings are undone on a timer.
+        if (!QTest::qWaitFor([&] { return receiver.state() == QProcess::NotRunning; }, 60000))
+            return QStringLiteral("(the receiver got no Return)");
+        return QString::fromUtf8(receiver.readAllStandardOutput());
     }
 
     // A receiver in a process of its own that takes 10 ms a key, slower than any estimate of
@@ -358,19 +389,33 @@ private Q_SLOTS:
     // places: a keycode is rebound only once the receiver reports it has handled what went before.
     void rebindsOnlyWhenASlowReceiverHasCaughtUp()
     {
-        QProcess receiver;
-        QByteArray errors;
-        connect(&receiver, &QProcess::readyReadStandardError, this, [&] { errors += receiver.readAllStandardError(); });
-        receiver.start(QStringLiteral(TESSALINE_SLOW_RECEIVER), {QStringLiteral("10")});
-        QVERIFY(receiver.waitForStarted());
-        QVERIFY2(QTest::qWaitFor([&] { return errors.contains("ready"); }, 10000), errors.constData());
         QString text;
         for (int i = 0; i < m_sink->bindingPlaces() + 10; ++i)
             text += QChar(0x410 + i) + QStringLiteral("b");
         text += text;
-        QVERIFY(play(typeString(text, 100) + nextPage(), 60000));
-        QVERIFY(receiver.waitForFinished(30000));
-        QCOMPARE(QString::fromUtf8(receiver.readAllStandardOutput()), text);
+        QCOMPARE(typeIntoSlowReceiver(10, typeString(text, 100) + nextPage()), text);
+    }
+
+    // A report covers the keys sent before its mark only: a step that began before the receiver
+    // had caught up, on the keys bound already, marks again before it rebinds.
+    void aMarkCoversOnlyTheKeysSentBeforeIt()
+    {
+        QString first, second = QChar(0x410);
+        for (int i = 0; i < m_sink->bindingPlaces(); ++i)
+            first += QChar(0x410 + i);
+        for (int i = 0; i < m_sink->bindingPlaces(); ++i)
+            second += QChar(0x3b1 + i % 20) + QChar(0x100 + i);
+        const KeyScript script = typeString(first, 100) + KeyScript{{KeyAction::Pause, 0, 0, {}, 0}} + typeString(second, 100) + nextPage();
+        QCOMPARE(typeIntoSlowReceiver(10, script), first + second);
+    }
+
+    // Undoing the last bindings is a change like any other: it waits for the receiver too.
+    void unbindsOnlyWhenASlowReceiverHasCaughtUp()
+    {
+        QString text;
+        for (int i = 0; i < m_sink->bindingPlaces(); ++i)
+            text += QChar(0x410 + i);
+        QCOMPARE(typeIntoSlowReceiver(60, typeString(text, 100) + nextPage()), text);
     }
 
     // Keys for characters without one are bound while the pause before their step runs, so

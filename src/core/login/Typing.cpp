@@ -238,7 +238,7 @@ bool KeyScriptPlayer::beginTypingStep()
         if (!reason.isEmpty()) {
             if (m_waitingForRelease.elapsed() < kReleaseTimeoutMs) {
                 // Meanwhile the step's keys can be got ready, as during a pause.
-                if (!std::exchange(m_announcedWhileHeld, true))
+                if (!std::exchange(m_announcedWhileHeld, true) && !upcomingCharacters().isEmpty())
                     m_sink->prepareAhead(upcomingCharacters());
                 schedule(20000);
             } else
@@ -281,6 +281,7 @@ void KeyScriptPlayer::step()
             typingStepEnd(m_next); // turns the field into its keys, read at this moment
             continue;
         case KeyAction::Wait: {
+            m_headStartMicros = 0;
             if (!beginTypingStep())
                 return;
             // A minimum gap since the last key: after a stall the next characters do not go
@@ -309,7 +310,7 @@ void KeyScriptPlayer::step()
         case KeyAction::KeyDown:
         case KeyAction::KeyUp:
         case KeyAction::SetClipboard:
-            m_headStartMicros = 0; // only a pause before any typing starts early
+            m_headStartMicros = 0; // only a pause before any typing begins early
             if (!beginTypingStep())
                 return;
             if (a.type == KeyAction::KeyDown && !a.text.isEmpty()) {

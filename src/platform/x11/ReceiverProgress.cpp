@@ -6,6 +6,7 @@
 
 #include <xcb/xcb.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
@@ -16,6 +17,9 @@ namespace tess {
 namespace {
 // The server answers a property change at once; a connection that does not is given up.
 constexpr qint64 kProbeTimeoutMs = 2000;
+// A report is of a key stamped after the mark, so at most as far ahead of it as any wait for
+// a receiver lasts; one further ahead comes from another clock.
+constexpr qint32 kPlausibleAheadMs = 600000;
 } // namespace
 
 ReceiverProgress::ReceiverProgress(xcb_connection_t *keys) : m_keys(keys)
@@ -74,19 +78,20 @@ bool ReceiverProgress::follow()
     xcb_get_input_focus_reply_t *focus = xcb_get_input_focus_reply(m_own, xcb_get_input_focus(m_own), nullptr);
     xcb_window_t window = focus ? focus->focus : xcb_window_t(XCB_NONE);
     free(focus);
+    m_focus = window;
     // From the focused window up to its top level: the focus may sit on a child of it.
     while (window != XCB_NONE && window != XCB_INPUT_FOCUS_POINTER_ROOT) {
         bool present = false;
         const quint32 timeWindow = windowProperty(window, m_userTimeWindow, &present);
         if (present && timeWindow != 0) {
             windowProperty(timeWindow, m_userTime, &present);
-            m_watched = present ? timeWindow : 0;
+            m_watched = present && !m_silent.contains(timeWindow) ? timeWindow : 0;
             return reports();
         }
         windowProperty(window, m_userTime, &present);
         if (present) {
-            m_watched = window;
-            return true;
+            m_watched = m_silent.contains(window) ? 0 : window;
+            return reports();
         }
         xcb_query_tree_reply_t *tree = xcb_query_tree_reply(m_own, xcb_query_tree(m_own, window), nullptr);
         window = tree && tree->parent != tree->root ? tree->parent : xcb_window_t(XCB_NONE);
@@ -95,52 +100,102 @@ bool ReceiverProgress::follow()
     return false;
 }
 
-std::optional<quint32> ReceiverProgress::mark()
+void ReceiverProgress::forget()
+{
+    if (m_watched)
+        m_silent.insert(m_watched);
+    m_watched = 0;
+}
+
+void ReceiverProgress::disconnect()
+{
+    // Never asked again: a late answer would pass for the next one's.
+    xcb_disconnect(m_own);
+    m_own = nullptr;
+    m_watched = 0;
+}
+
+std::optional<quint32> ReceiverProgress::serverTime()
 {
     if (!m_own)
         return std::nullopt;
-    // Every key sent so far on the key connection has been stamped once this reply is back...
-    free(xcb_get_input_focus_reply(m_keys, xcb_get_input_focus(m_keys), nullptr));
-    // ...so the time of a change made after it is as late as any of them.
     xcb_change_property(m_own, XCB_PROP_MODE_APPEND, m_probe, m_probeAtom, XCB_ATOM_INTEGER, 32, 0, nullptr);
     xcb_flush(m_own);
-    std::optional<quint32> time;
     QElapsedTimer waited;
     waited.start();
-    while (!time) {
+    for (;;) {
         xcb_generic_event_t *event = xcb_poll_for_event(m_own);
         if (!event) {
             pollfd fd{xcb_get_file_descriptor(m_own), POLLIN, 0};
             const int left = int(kProbeTimeoutMs - waited.elapsed());
-            if (xcb_connection_has_error(m_own) || left <= 0 || ::poll(&fd, 1, left) < 0) {
-                // Never asked again: a late answer would pass for the next one's.
-                xcb_disconnect(m_own);
-                m_own = nullptr;
-                m_watched = 0;
+            if (xcb_connection_has_error(m_own) || left <= 0) {
+                disconnect();
+                return std::nullopt;
+            }
+            if (::poll(&fd, 1, left) < 0 && errno != EINTR) {
+                disconnect();
                 return std::nullopt;
             }
             continue;
         }
+        std::optional<quint32> time;
         if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
             const auto *notify = reinterpret_cast<const xcb_property_notify_event_t *>(event);
             if (notify->window == m_probe)
                 time = notify->time;
         }
         free(event);
+        if (time)
+            return time;
     }
-    // The server counts whole milliseconds: a key sent after this one is stamped later.
-    ::usleep(1100);
-    return time;
 }
 
-bool ReceiverProgress::handledAfter(quint32 time)
+std::optional<ReceiverProgress::Mark> ReceiverProgress::mark()
 {
-    if (!m_watched)
-        return false;
+    if (!m_own || !m_watched)
+        return std::nullopt;
+    // A report from a window that no longer has the focus says nothing of the keys sent since.
+    xcb_get_input_focus_reply_t *focus = xcb_get_input_focus_reply(m_own, xcb_get_input_focus(m_own), nullptr);
+    const bool same = focus && focus->focus == m_focus;
+    free(focus);
+    if (!same)
+        return std::nullopt;
+    // Every key sent so far on the key connection has been stamped once this reply is back...
+    free(xcb_get_input_focus_reply(m_keys, xcb_get_input_focus(m_keys), nullptr));
+    // ...so the time of a change made after it is as late as any of them.
+    const std::optional<quint32> time = serverTime();
+    if (!time)
+        return std::nullopt;
+    Mark mark{*time, reported()};
+    // The server counts milliseconds (from a clock that may tick coarsely): once its time has
+    // moved on, a key sent from now on is stamped later than the mark.
+    for (int i = 0; i < 100; ++i) {
+        ::usleep(500);
+        const std::optional<quint32> now = serverTime();
+        if (!now)
+            return std::nullopt;
+        if (qint32(*now - *time) > 0)
+            return mark;
+    }
+    return std::nullopt;
+}
+
+std::optional<quint32> ReceiverProgress::reported()
+{
+    if (!m_own || !m_watched)
+        return std::nullopt;
     bool present = false;
-    const quint32 handled = windowProperty(m_watched, m_userTime, &present);
+    const quint32 value = windowProperty(m_watched, m_userTime, &present);
+    return present ? std::optional<quint32>(value) : std::nullopt;
+}
+
+bool ReceiverProgress::isThrough(const Mark &mark, std::optional<quint32> report)
+{
+    if (!report || report == mark.reported)
+        return false;
     // Server time wraps after 49 days: compare by difference.
-    return present && qint32(handled - time) > 0;
+    const qint32 ahead = qint32(*report - mark.time);
+    return ahead > 0 && ahead < kPlausibleAheadMs;
 }
 
 } // namespace tess

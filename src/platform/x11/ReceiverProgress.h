@@ -11,6 +11,7 @@
 // The queries go through a connection of this class's own, so that no event is taken from the
 // application's connection; the keys themselves keep going out on that one.
 
+#include <QSet>
 #include <QtGlobal>
 
 #include <optional>
@@ -27,26 +28,41 @@ public:
     ReceiverProgress(const ReceiverProgress &) = delete;
     ReceiverProgress &operator=(const ReceiverProgress &) = delete;
 
-    // Follows the window that has the keyboard focus now; answers whether it reports.
+    // Follows the window that has the keyboard focus now, unless it was found silent before;
+    // answers whether it reports.
     bool follow();
     bool reports() const { return m_watched != 0; }
-    // Gives up following, after a receiver went silent.
-    void forget() { m_watched = 0; }
+    // Stops following the window, for good: it did not report a key it was sent.
+    void forget();
 
-    // The server's time after every request sent so far on the key connection: a key sent from
-    // now on is stamped later (this waits the millisecond that takes).
-    std::optional<quint32> mark();
-    // Whether the receiver has handled a key press stamped later than `time`.
-    bool handledAfter(quint32 time);
+    struct Mark {
+        quint32 time = 0;                 // the server's time after every key sent so far
+        std::optional<quint32> reported; // what the receiver reported then
+    };
+    // Marks the keys sent so far on the key connection: a key sent from now on is stamped later
+    // than the mark's time (this waits the millisecond that takes). None while the focus is no
+    // longer on the window followed, or when the server cannot be asked.
+    std::optional<Mark> mark();
+    // The time of the last key press the receiver reports it has handled.
+    std::optional<quint32> reported();
+    // Whether that report shows a key press stamped after the mark: every key sent before the
+    // mark has been handled. A report that has not changed since the mark, or lies ahead of it
+    // by more than any wait (a receiver stamping with a clock of its own, or a value left from
+    // weeks ago read across the clock's wrap), shows nothing.
+    static bool isThrough(const Mark &mark, std::optional<quint32> report);
 
 private:
     quint32 atom(const char *name);
     quint32 windowProperty(quint32 window, quint32 property, bool *present);
+    std::optional<quint32> serverTime();
+    void disconnect();
 
     xcb_connection_t *m_keys;
     xcb_connection_t *m_own = nullptr;
     quint32 m_probe = 0;   // a window of ours whose property changes give the server's time
+    quint32 m_focus = 0;   // the window that had the focus when the receiver was followed
     quint32 m_watched = 0; // the window the receiver sets its user time on
+    QSet<quint32> m_silent;
     quint32 m_userTime = 0, m_userTimeWindow = 0, m_probeAtom = 0;
 };
 

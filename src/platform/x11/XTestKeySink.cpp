@@ -54,7 +54,7 @@ XTestKeySink::XTestKeySink(xcb_connection_t *connection, XkbKeyboardLayout *layo
 {
     m_clock.start();
     m_restoreTimer.setSingleShot(true);
-    QObject::connect(&m_restoreTimer, &QTimer::timeout, [this] { restoreBindings(); });
+    QObject::connect(&m_restoreTimer, &QTimer::timeout, [this] { restoreWhenHandled(); });
     const xcb_setup_t *setup = xcb_get_setup(m_c);
     m_root = xcb_setup_roots_iterator(setup).data->root;
     m_minKeycode = setup->min_keycode;
@@ -148,6 +148,8 @@ void XTestKeySink::fake(quint8 keycode, bool press)
     xcb_test_fake_input(m_c, press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keycode, XCB_CURRENT_TIME, m_root, 0, 0, 0);
     if (press) {
         m_pressed.insert(keycode);
+        if (keycode != m_sentinel)
+            ++m_presses;
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
         m_estimateSinceChangeMicros += kReceiverMicrosPerKey;
@@ -266,6 +268,7 @@ qint64 XTestKeySink::prepare(QStringView characters)
     }
     m_inStep = true;
     m_mark.reset();
+    m_waitingBatch.clear();
     m_progress->follow(); // the window that has the focus now takes this step's keys
     if (m_capsAtStart)
         tapCapsLock();
@@ -308,8 +311,14 @@ qint64 XTestKeySink::readyFor(QStringView upcoming)
     const quint32 sym = keysymForCodePoint(cp);
     if (sym == kNoSymbol || lookup(sym, &p))
         return 0;
-    // The next batch, starting with this character.
-    return bind(missingKeysyms(upcoming, bindingPlaces()));
+    // The next batch, starting with this character (the same while a rebinding waits).
+    if (m_waitingBatch.isEmpty() || m_waitingBatchPresses != m_presses)
+        m_waitingBatch = missingKeysyms(upcoming, bindingPlaces());
+    m_waitingBatchPresses = m_presses;
+    const qint64 wait = bind(m_waitingBatch);
+    if (wait < 0 || m_bound.contains(m_waitingBatch.value(0)))
+        m_waitingBatch.clear();
+    return wait;
 }
 
 int XTestKeySink::spareKeycodeCount()
@@ -350,31 +359,71 @@ bool XTestKeySink::findSpareKeycodes()
 
 qint64 XTestKeySink::receiverBehind(bool askReceiver)
 {
-    const qint64 estimate =
-        std::max<qint64>(0, m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - nowMicros());
-    if (!askReceiver || !m_sentinel || !m_progress->reports())
+    if (m_throughPresses == m_presses)
+        return 0; // it reported every key we sent
+    const qint64 now = nowMicros();
+    const qint64 estimate = std::max<qint64>(0, m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - now);
+    if (!askReceiver || !m_sentinel || !m_progress->reports() || !sentinelTypesNothing())
         return estimate;
-    if (!m_mark) {
+    // A mark covers the keys sent before it, and none sent since.
+    if (!m_mark || m_markPresses != m_presses) {
         m_mark = m_progress->mark();
         if (!m_mark)
             return estimate;
-        m_markedMicros = nowMicros();
+        m_markPresses = m_presses;
+        m_markedMicros = m_movedMicros = nowMicros();
+        m_lastReport = m_mark->reported;
         // A key stamped after the mark, for the receiver to report once it is through ours.
         fake(m_sentinel, true);
         fake(m_sentinel, false);
         xcb_flush(m_c);
     }
-    if (m_progress->handledAfter(*m_mark)) {
+    const std::optional<quint32> report = m_progress->reported();
+    if (ReceiverProgress::isThrough(*m_mark, report)) {
         m_mark.reset();
+        m_throughPresses = m_presses;
         m_receiverDoneMicros = nowMicros();
         return 0;
     }
-    if (nowMicros() - m_markedMicros < kReceiverSilentMicros)
+    if (report != m_lastReport) {
+        m_lastReport = report; // still catching up
+        m_movedMicros = nowMicros();
+    }
+    if (nowMicros() - m_movedMicros < kReceiverSilentMicros && nowMicros() - m_markedMicros < kReceiverGiveUpMicros)
         return kReceiverPollMicros;
-    // It has stopped reporting (it lost the focus, or never meant its user time this way).
+    // It has stopped reporting (it lost the focus, or does not take the key that types nothing).
     m_mark.reset();
     m_progress->forget();
     return estimate;
+}
+
+bool XTestKeySink::sentinelTypesNothing() const
+{
+    // A layout loaded since the spare keycodes were chosen may have given it a symbol.
+    xkb_keymap *keymap = m_layout->keymap();
+    if (!keymap)
+        return false;
+    const xkb_layout_index_t layouts = xkb_keymap_num_layouts_for_key(keymap, m_sentinel);
+    for (xkb_layout_index_t g = 0; g < layouts; ++g) {
+        const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap, m_sentinel, g);
+        for (xkb_level_index_t level = 0; level < levels; ++level) {
+            const xkb_keysym_t *syms = nullptr;
+            if (xkb_keymap_key_get_syms_by_level(keymap, m_sentinel, g, level, &syms) > 0)
+                return false;
+        }
+    }
+    return true;
+}
+
+void XTestKeySink::restoreWhenHandled()
+{
+    // Unbinding is a rebinding too: not before the receiver has handled the keys that used
+    // the bindings.
+    if (const qint64 behind = receiverBehind(true); behind > 0) {
+        m_restoreTimer.start(int((behind + 999) / 1000));
+        return;
+    }
+    restoreBindings();
 }
 
 qint64 XTestKeySink::bind(const QList<quint32> &keysyms, bool askReceiver)
@@ -504,6 +553,8 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
 void XTestKeySink::restoreBindings()
 {
     m_restoreTimer.stop();
+    m_mark.reset();
+    m_waitingBatch.clear();
     if (!m_boundSym.isEmpty() && !xcb_connection_has_error(m_c))
         writeMapping({});
     m_boundSym.clear();

@@ -50,8 +50,10 @@ public:
     static constexpr qint64 kReceiverMarginMicros = 150000;
     // A receiver that reports the keys it has handled is asked this often while a rebinding
     // waits for it, and taken to have stopped reporting after this long without progress.
+    // Nor is it waited for longer than the last, progress or not.
     static constexpr qint64 kReceiverPollMicros = 2000;
     static constexpr qint64 kReceiverSilentMicros = 5000000;
+    static constexpr qint64 kReceiverGiveUpMicros = 60000000;
 
     // Whether typing waits, and then refuses, while a window of the connection's own client
     // has the keyboard focus (or no window has it). The application's logins are meant for
@@ -109,6 +111,9 @@ private:
     qint64 bind(const QList<quint32> &keysyms, bool askReceiver = true);
     // How long until the receiver has handled every key sent so far, as far as we can tell.
     qint64 receiverBehind(bool askReceiver);
+    bool sentinelTypesNothing() const;
+    // Undoes the bindings once the receiver has handled the keys that used them.
+    void restoreWhenHandled();
     bool findSpareKeycodes();
     bool writeMapping(const QHash<quint8, Pair> &symbols);
     int levelsPerSpareKeycode() const { return m_modifierKeycodes[0].empty() ? 1 : 2; }
@@ -143,9 +148,16 @@ private:
     // The receiver's own report of the keys it handled, when it gives one; a spare keycode kept
     // unbound, pressed after a mark so that a key stamped later than the mark follows our keys.
     std::unique_ptr<ReceiverProgress> m_progress;
-    std::optional<quint32> m_mark;
-    qint64 m_markedMicros = 0;
     quint8 m_sentinel = 0;
+    quint64 m_presses = 0;                 // keys pressed, the sentinel aside
+    std::optional<ReceiverProgress::Mark> m_mark;
+    quint64 m_markPresses = 0;             // the presses the mark covers
+    quint64 m_throughPresses = ~quint64(0); // the presses the receiver reported handled
+    std::optional<quint32> m_lastReport;
+    qint64 m_markedMicros = 0, m_movedMicros = 0;
+    // The batch a rebinding waits to bind, while no key goes out.
+    QList<quint32> m_waitingBatch;
+    quint64 m_waitingBatchPresses = 0;
 };
 
 } // namespace tess
