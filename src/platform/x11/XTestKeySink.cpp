@@ -149,7 +149,7 @@ void XTestKeySink::fake(quint8 keycode, bool press)
     if (press) {
         m_pressed.insert(keycode);
         if (keycode != m_sentinel)
-            ++m_presses;
+            ++m_sent;
         // The receiver handles keys in order; note how far behind it may be.
         m_receiverDoneMicros = std::max(m_receiverDoneMicros, nowMicros()) + kReceiverMicrosPerKey;
         m_estimateSinceChangeMicros += kReceiverMicrosPerKey;
@@ -309,12 +309,14 @@ qint64 XTestKeySink::readyFor(QStringView upcoming)
         cp = QChar::surrogateToUcs4(upcoming.at(0), upcoming.at(1));
     KeyPress p;
     const quint32 sym = keysymForCodePoint(cp);
-    if (sym == kNoSymbol || lookup(sym, &p))
+    if (sym == kNoSymbol)
         return 0;
+    if (lookup(sym, &p))
+        return m_bound.contains(sym) ? settleLeft(true) : 0; // a key of ours, once it is read
     // The next batch, starting with this character (the same while a rebinding waits).
-    if (m_waitingBatch.isEmpty() || m_waitingBatchPresses != m_presses)
+    if (m_waitingBatch.isEmpty() || m_waitingBatchSent != m_sent)
         m_waitingBatch = missingKeysyms(upcoming, bindingPlaces());
-    m_waitingBatchPresses = m_presses;
+    m_waitingBatchSent = m_sent;
     const qint64 wait = bind(m_waitingBatch);
     if (wait < 0 || m_bound.contains(m_waitingBatch.value(0)))
         m_waitingBatch.clear();
@@ -359,18 +361,18 @@ bool XTestKeySink::findSpareKeycodes()
 
 qint64 XTestKeySink::receiverBehind(bool askReceiver)
 {
-    if (m_throughPresses == m_presses)
+    if (m_throughSent == m_sent)
         return 0; // it reported every key we sent
     const qint64 now = nowMicros();
     const qint64 estimate = std::max<qint64>(0, m_receiverDoneMicros + std::max(kReceiverMarginMicros, m_estimateSinceChangeMicros) - now);
     if (!askReceiver || !m_sentinel || !m_progress->reports() || !sentinelTypesNothing())
         return estimate;
     // A mark covers the keys sent before it, and none sent since.
-    if (!m_mark || m_markPresses != m_presses) {
+    if (!m_mark || m_markSent != m_sent) {
         m_mark = m_progress->mark();
         if (!m_mark)
             return estimate;
-        m_markPresses = m_presses;
+        m_markSent = m_sent;
         m_markedMicros = m_movedMicros = nowMicros();
         m_lastReport = m_mark->reported;
         // A key stamped after the mark, for the receiver to report once it is through ours.
@@ -381,7 +383,7 @@ qint64 XTestKeySink::receiverBehind(bool askReceiver)
     const std::optional<quint32> report = m_progress->reported();
     if (ReceiverProgress::isThrough(*m_mark, report)) {
         m_mark.reset();
-        m_throughPresses = m_presses;
+        m_throughSent = m_sent;
         m_receiverDoneMicros = nowMicros();
         return 0;
     }
@@ -395,6 +397,22 @@ qint64 XTestKeySink::receiverBehind(bool askReceiver)
     m_mark.reset();
     m_progress->forget();
     return estimate;
+}
+
+qint64 XTestKeySink::settleLeft(bool askReceiver)
+{
+    const qint64 since = nowMicros() - m_changedMicros;
+    if (m_throughSent >= m_changeSent || since >= kSettledMicros)
+        return 0;
+    const qint64 left = std::max<qint64>(0, kSettleMicros - since);
+    if (!askReceiver || !m_progress->reports())
+        return left;
+    // Chromium reads the keymap on two connections, one loop serving both: once it has handled
+    // a key sent after the change, the notice (sent to both at once) has been read on each.
+    const qint64 behind = receiverBehind(true);
+    if (m_throughSent >= m_changeSent)
+        return 0;
+    return m_mark ? behind : left; // still waiting for its report, or it does not report
 }
 
 bool XTestKeySink::sentinelTypesNothing() const
@@ -462,7 +480,7 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms, bool askReceiver)
         slot = sym;
     }
     if (wanted == m_boundSym)
-        return std::max<qint64>(0, m_changedMicros + kSettleMicros - nowMicros());
+        return settleLeft(askReceiver);
     // A receiver that has not yet handled the notice of the current binding would read the new
     // one for keys sent under the old: wait until it has handled every key sent so far, as it
     // reports it, else by an estimate. (Waiting only for the last press of each keycode rebound
@@ -478,7 +496,7 @@ qint64 XTestKeySink::bind(const QList<quint32> &keysyms, bool askReceiver)
     }
     if (!writeMapping(wanted))
         return -1;
-    return kSettleMicros;
+    return settleLeft(askReceiver);
 }
 
 bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
@@ -537,6 +555,7 @@ bool XTestKeySink::writeMapping(const QHash<quint8, Pair> &symbols)
     }
     m_estimateSinceChangeMicros = 0;
     m_changedMicros = nowMicros();
+    m_changeSent = ++m_sent; // a receiver has read it once it has handled a key sent after it
     m_boundSym = symbols;
     m_bound.clear();
     for (auto it = symbols.cbegin(); it != symbols.cend(); ++it) {

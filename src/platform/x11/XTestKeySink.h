@@ -38,8 +38,11 @@ public:
     // How long bindings for characters without a key outlive the step that made them, at least.
     static constexpr int kRestoreDelayMs = 1500;
     // Receivers re-read the keymap when they handle the mapping notice: 20 ms was seen to be
-    // enough on a loaded machine, 5 ms not.
+    // enough on a loaded machine, 5 ms not (for those that do not report the keys they handle;
+    // Chromium under load took longer still).
     static constexpr qint64 kSettleMicros = 50000;
+    // A change this old has been read by any receiver, reporting or not.
+    static constexpr qint64 kSettledMicros = 500000;
     // How long a receiver may take per key, at its slowest, when we estimate how far behind it
     // is (Chromium takes 1 to 1.7 ms), and the margin added to that estimate.
     static constexpr qint64 kReceiverMicrosPerKey = 2500;
@@ -112,6 +115,9 @@ private:
     // How long until the receiver has handled every key sent so far, as far as we can tell.
     qint64 receiverBehind(bool askReceiver);
     bool sentinelTypesNothing() const;
+    // How long until receivers have read the keymap as we last changed it: a receiver that
+    // reports has once it has handled a key sent after the change; others get kSettleMicros.
+    qint64 settleLeft(bool askReceiver);
     // Undoes the bindings once the receiver has handled the keys that used them.
     void restoreWhenHandled();
     bool findSpareKeycodes();
@@ -149,15 +155,16 @@ private:
     // unbound, pressed after a mark so that a key stamped later than the mark follows our keys.
     std::unique_ptr<ReceiverProgress> m_progress;
     quint8 m_sentinel = 0;
-    quint64 m_presses = 0;                 // keys pressed, the sentinel aside
+    quint64 m_sent = 0; // keys pressed (the sentinel aside) and keymap changes made
     std::optional<ReceiverProgress::Mark> m_mark;
-    quint64 m_markPresses = 0;             // the presses the mark covers
-    quint64 m_throughPresses = ~quint64(0); // the presses the receiver reported handled
+    quint64 m_markSent = 0;              // what the mark covers
+    quint64 m_throughSent = 0;           // what the receiver reported handled
+    quint64 m_changeSent = 0;            // the last keymap change
     std::optional<quint32> m_lastReport;
     qint64 m_markedMicros = 0, m_movedMicros = 0;
     // The batch a rebinding waits to bind, while no key goes out.
     QList<quint32> m_waitingBatch;
-    quint64 m_waitingBatchPresses = 0;
+    quint64 m_waitingBatchSent = 0;
 };
 
 } // namespace tess
