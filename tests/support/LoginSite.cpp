@@ -98,7 +98,8 @@ QList<QJsonObject> LoginSite::posted(int count, int timeoutMs)
     QElapsedTimer t;
     t.start();
     for (;;) {
-        const QList<QByteArray> lines = readFile(recordPath()).split('\n');
+        QList<QByteArray> lines = readFile(recordPath()).split('\n');
+        lines.removeLast(); // empty, or a line the server is still writing
         forms.clear();
         for (qsizetype k = m_seen; k < lines.size(); ++k)
             if (!lines[k].isEmpty())
