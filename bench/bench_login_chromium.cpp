@@ -5,8 +5,10 @@
 // of scripts/test-env.sh (make bench) and Chromium.
 //
 // Chromium runs with the flags of the end-to-end tests (software rendering among them). Its
-// CPU time per process kind is reported beside each rate: it is what bounds an ASCII rate on
-// this machine. Trying other set-ups goes through TESSALINE_BENCH_CHROMIUM_FLAGS (extra flags);
+// CPU time per process kind is reported beside each rate: it is what bounds the rates on this
+// machine, with characters without a key too (the engine waits for Chromium's report that it
+// has handled the keys before rebinding a keycode, and sends its part well before the renderer
+// is through; "sent_s" says when). Trying other set-ups goes through TESSALINE_BENCH_CHROMIUM_FLAGS (extra flags);
 // a smaller window, renderer accessibility off, no vsync or frame-rate limit (and NO_AT_BRIDGE
 // in the environment) changed its CPU per character by less than the noise of a shared machine.
 
@@ -115,10 +117,11 @@ QStringList fieldTexts(const QString &text, qsizetype length)
 // set-up (Debian's Chromium, software rendering, 2 cores): its CPU per character, browser plus
 // renderer, is about 2.7 ms in a field of 1,000 characters and 5 ms on average over a field
 // filled to 10,000, so one field of 10,000 measures Chromium's text layout more than typing.
-// Logins type short fields; fields of 1,000, with a Tab from one to the next, keep the field
-// short while every one of the 10,000 characters still goes through our engine, the X server
-// and Chromium's input path, and is compared with what the form posted. The one-field case
-// stays registered for comparison. The rate counts the time until the form's post arrived
+// Logins type short fields; fields of 100 or 1,000, with a Tab from one to the next, keep the
+// field short while every one of the 10,000 characters still goes through our engine, the X
+// server and Chromium's input path, and is compared with what the form posted. Text mixing
+// scripts and emoji costs the renderer much more per key in the longer fields (font fallback
+// over the whole field). The one-field case stays registered for comparison. The rate counts the time until the form's post arrived
 // (looked for every 5 ms), not until our engine had sent the last key.
 void BM_TypingIntoChromium(benchmark::State &state)
 {
