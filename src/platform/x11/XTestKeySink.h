@@ -52,8 +52,8 @@ public:
     // read one character of 10,000 with its keycode's previous binding.
     static constexpr qint64 kReceiverMarginMicros = 150000;
     // A receiver that reports the keys it has handled is asked this often while a rebinding
-    // waits for it, and taken to have stopped reporting after this long without progress.
-    // Nor is it waited for longer than the last, progress or not.
+    // waits for it, and taken to have stopped reporting after this long without progress, or
+    // after the last, in all, progress or not.
     static constexpr qint64 kReceiverPollMicros = 2000;
     static constexpr qint64 kReceiverSilentMicros = 5000000;
     static constexpr qint64 kReceiverGiveUpMicros = 60000000;
